@@ -1,0 +1,97 @@
+# A thin front for CMake, the test runners and the scripts; `make help` lists what there is.
+# Every target installs what it needs by itself (scripts/setup).
+SHELL := /bin/bash
+.DEFAULT_GOAL := help
+MAKEFLAGS += --no-print-directory
+
+PRESET ?= release
+# WERROR=ON turns compiler warnings into errors.
+WERROR ?= OFF
+PREFIX ?= /usr/local
+# Seconds for each fuzz target.
+SECONDS_EACH ?= 60
+# For `make train` and `make evaluate`.
+MODEL ?=
+DATA ?=
+ARGS ?=
+
+export WERROR
+PYTHON := .venv/bin/python
+
+.PHONY: help setup build demo test test-all bench bench-peers soak memcheck fuzz evaluate train format \
+        format-check lint install clean
+
+help: ## Show this list
+	@echo "make TARGET, where TARGET is one of"
+	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  %-13s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
+
+setup: ## Install what the build needs (Debian packages, .venv)
+	@scripts/setup build
+
+build: setup ## Build the library, the command and the tests (PRESET=release)
+	@scripts/build $(PRESET)
+
+demo: ## Build, clean a noisy recording, draw both spectrograms
+	@scripts/setup build demo
+	@scripts/build release orvel orvel_cli orvel_gate_model
+	@scripts/demo $(ARGS)
+
+test: ## Build and run every test of the release build
+	@scripts/setup build test
+	@scripts/test release
+
+test-all: ## The tests of the release, asan-ubsan and tsan builds
+	@scripts/setup build test
+	@scripts/test release asan-ubsan tsan
+
+bench: ## Measure the stages and whole sessions
+	@scripts/setup build bench
+	@scripts/build release
+	@bench/run $(ARGS)
+
+soak: ## A day of audio through 50 sessions that come and go (ARGS=hours)
+	@scripts/setup build bench
+	@scripts/build release
+	@scripts/soak $(ARGS)
+
+memcheck: ## A short stream of every model under valgrind
+	@scripts/setup build memcheck
+	@scripts/build release
+	@scripts/memcheck
+
+bench-peers: ## Measure beside other noise suppressors and voice detectors
+	@scripts/setup build evaluate
+	@scripts/build release orvel orvel_cli
+	@$(PYTHON) -m evaluation.peers $(if $(DATA),--data "$(DATA)") $(ARGS)
+
+fuzz: ## Run every fuzz target (SECONDS_EACH=60)
+	@scripts/setup build fuzz
+	@scripts/fuzz $(SECONDS_EACH)
+
+evaluate: ## Quality figures of the shipped models beside others (DATA=folder)
+	@scripts/setup build evaluate
+	@scripts/build release orvel orvel_cli
+	@$(PYTHON) -m evaluation $(if $(DATA),--data "$(DATA)") $(ARGS)
+
+train: ## Train a model (MODEL=orvel-16k DATA=folder)
+	@test -n "$(MODEL)" -a -n "$(DATA)" || { echo "usage: make train MODEL=orvel-16k DATA=folder" >&2; exit 2; }
+	@scripts/setup train
+	@$(PYTHON) -m training.train --config "training/configs/$(MODEL).toml" --data "$(DATA)" $(ARGS)
+
+format: ## Format all C and C++ files
+	@scripts/setup lint
+	@scripts/format
+
+format-check: ## Fail when a file is not formatted
+	@scripts/setup lint
+	@scripts/format --check
+
+lint: ## Static analysis with clang-tidy, all warnings are errors
+	@scripts/setup build lint
+	@scripts/lint
+
+install: build ## Install library, headers, models and command (PREFIX=/usr/local)
+	@cmake --install build/$(PRESET) --prefix "$(PREFIX)"
+
+clean: ## Remove the build folders (.venv stays)
+	@rm -rf build

@@ -1,0 +1,170 @@
+#!/usr/bin/python3
+"""Puts benchmark results into a document: report.py RESULTS DOCUMENT.
+
+RESULTS is a folder with JSON files. Between the lines `<!-- begin NAME -->` and `<!-- end NAME -->`
+of the document everything is replaced by the table of that name; a table whose results are missing
+stays as it is.
+"""
+
+import json
+import os
+import pathlib
+import platform
+import re
+import sys
+
+
+def table(header, rows):
+    """A Markdown table; numbers are aligned to the right."""
+    align = ["---" if not str(cell).replace(".", "").isdigit() else "---:" for cell in rows[0]]
+    lines = [header, align, *rows]
+    return "\n".join("| " + " | ".join(str(cell) for cell in line) + " |" for line in lines)
+
+
+def micro(nanoseconds):
+    return f"{nanoseconds / 1000:.2f}"
+
+
+def least_times(report):
+    """The least processor time of each benchmark's repetitions, in ns, and its last counters."""
+    unit = {"ns": 1.0, "us": 1e3, "ms": 1e6}
+    times, counters = {}, {}
+    for run in report["benchmarks"]:
+        if run.get("run_type") == "aggregate" or "error_occurred" in run:
+            continue
+        name = run["run_name"]
+        time = run["cpu_time"] * unit[run["time_unit"]]
+        times[name] = min(time, times.get(name, time))
+        counters[name] = run
+    return times, counters
+
+
+def machine(results):
+    report = results["sessions"]["context"]
+    model = re.search(r"model name\s*:\s*(.*)", pathlib.Path("/proc/cpuinfo").read_text())
+    caches = {c["level"]: c["size"] for c in report["caches"] if c["type"] != "Instruction"}
+    sizes = ", ".join(f"L{level} {size // 1024} KiB" for level, size in sorted(caches.items()))
+    load = ", ".join(f"{value:.1f}" for value in report["load_avg"])
+    return (
+        f"Measured on {model.group(1) if model else platform.machine()} ({sizes}), one core, with a"
+        f" load average of {load} on {os.cpu_count()} cores."
+    )
+
+
+def stages(results):
+    times, _ = least_times(results["stages"])
+    by_stage = {}
+    for name, time in times.items():
+        stage, *arguments = name.split("/")
+        values = [argument.split(":")[-1] for argument in arguments]
+        label = stage if len(values) < 2 else f"{stage} {values[0]} to {values[1]} Hz, 10 ms"
+        rate = values[0] if len(values) == 1 else "other"
+        by_stage.setdefault(label, {})[rate] = time
+    rates = ["8000", "16000", "32000"]
+    rows = []
+    for label, cells in by_stage.items():
+        words = re.sub(r"([A-Z])", lambda match: " " + match.group(1).lower(), label)
+        words = words if " to " not in label else label
+        alone = micro(cells["other"]) if "other" in cells else ""
+        rows.append([words, *(micro(cells[r]) if r in cells else "" for r in rates), alone])
+    return table(["stage, µs per hop", "8 kHz", "16 kHz", "32 kHz", "one size"], rows)
+
+
+def floor(results):
+    times, counters = least_times(results["sessions"])
+    models = [name.split("/", 1)[1] for name in times if name.startswith("products/")]
+    flops = {m: 2 * counters[f"products/{m}"]["weights"] for m in models}
+    hops = {m: counters[f"products/{m}"]["hops"] for m in models}
+    per_hop = {name: time / hops[name.split("/")[1]] for name, time in times.items()}
+    peak = max(flops[m] / per_hop[f"products/{m}"] for m in models)
+    bandwidth = max(2 * flops[m] / per_hop[f"weightReads/{m}"] for m in models)
+    rows = []
+    for m in models:
+        own = [n for n in per_hop if n.startswith(f"session/{m}/")]
+        rate = min(own, key=lambda n: times[n])
+        products, transforms = per_hop[f"products/{m}"], per_hop[f"transforms/{m}"]
+        rows.append(
+            [m, f"{flops[m] / 2e6:.2f}", micro(per_hop[rate]), micro(products), micro(transforms),
+             f"{per_hop[rate] / (products + transforms):.2f}", micro(flops[m] / peak),
+             micro(2 * flops[m] / bandwidth)])
+    head = ["model", "million weights", "session at own rate, µs per hop", "its matrix products",
+            "its transforms", "session / (products + transforms)", "weights × 2 flop at peak",
+            "bytes of weights at bandwidth"]
+    return table(head, rows) + (
+        f"\n\nHighest rate of a model's products: {peak:.1f} Gflop/s; of reading its weights:"
+        f" {bandwidth:.1f} GB/s.")
+
+
+def sessions(results):
+    times, _ = least_times(results["sessions"])
+    rows = {}
+    for name, time in times.items():
+        kind, model, *rate = name.split("/")
+        if kind == "session":
+            rows.setdefault(model, {})[rate[0]] = time
+    rates = ["8000", "16000", "32000", "48000"]
+    cells = [[m, *(f"{c[r] / 1e6:.2f}" if r in c else "" for r in rates),
+              f"{1e9 / min(c.values()):.0f}"] for m, c in rows.items()]
+    return table(["model, ms per second of audio", "8 kHz", "16 kHz", "32 kHz", "48 kHz",
+                  "times real time at best"], cells)
+
+
+def frames(results):
+    rows = []
+    for r in results["frame_times"]:
+        work, seen = r["work_ns_per_hop"], r["seen_ns_per_hop"]
+        rows.append([r["model"], r["rate"], *(micro(work[p]) for p in ("p50", "p99", "p99.9", "max")),
+                     f"{work['max'] / work['p50']:.2f}", micro(seen["p99.9"]), micro(seen["max"])])
+    return table(["model, µs per hop", "rate", "p50", "p99", "p99.9", "max", "max / p50",
+                  "p99.9 with the machine's noise", "max with it"], rows)
+
+
+def scale(results):
+    rows = []
+    for r in results["scale"]:
+        ratio = r["frame_ns_among_all"] / r["frame_ns_alone"]
+        rows.append([r["model"], r["rate"], r["sessions"], f"{r['bytes_per_session'] / 1024:.0f}",
+                     f"{r['bytes_per_session'] * 10000 / 1e9:.2f}",
+                     f"{r['first_creation_ns'] / 1e6:.2f}", f"{r['creation_ns'] / 1e6:.3f}",
+                     micro(r["frame_ns_alone"]), micro(r["frame_ns_among_all"]), f"{ratio:.2f}",
+                     micro(r["frame_ns_all_in_turn"])])
+    return table(["model", "rate", "sessions", "KiB each", "GB for 10 000", "first created, ms",
+                  "created, ms", "frame alone, µs", "frame beside all others, µs", "ratio",
+                  "frames of all in turn, µs"], rows)
+
+
+def soak(results):
+    r = results["soak"]
+    rows = [[f"{p['audio_hours']:.2f}", f"{p['cpu_ms_per_audio_second']:.3f}",
+             f"{p['resident_bytes'] / 1e6:.1f}", f"{p['heap_bytes'] / 1e6:.2f}"]
+            for p in r["parts"]]
+    before, after = (r[f"heap_bytes_without_sessions_{w}"] / 1e6 for w in ("before", "after"))
+    return table(["hours of audio", "ms per second of audio", "resident, MB", "heap, MB"], rows) + (
+        f"\n\n{r['audio_hours']:g} hours of audio through {r['sessions_at_once']} sessions at a time,"
+        f" {r['sessions_opened']} opened in all. Frames refused or not finite: {r['bad_frames']}."
+        f" Heap without any session: {before:.3f} MB before, {after:.3f} MB after.")
+
+
+TABLES = {"machine": ("sessions", machine), "stages": ("stages", stages),
+          "floor": ("sessions", floor), "sessions": ("sessions", sessions),
+          "frames": ("frame_times", frames), "scale": ("scale", scale), "soak": ("soak", soak)}
+
+
+def main(folder, document):
+    results = {path.stem: json.loads(path.read_text()) for path in pathlib.Path(folder).glob("*.json")}
+    text = pathlib.Path(document).read_text()
+    for name, (source, render) in TABLES.items():
+        if source not in results:
+            continue
+        begin, end = f"<!-- begin {name} -->\n", f"<!-- end {name} -->"
+        if begin not in text:
+            sys.exit(f"{document} has no place for '{name}'")
+        before, rest = text.split(begin)
+        text = before + begin + render(results) + "\n" + end + rest.split(end, 1)[1]
+    pathlib.Path(document).write_text(text)
+
+
+if __name__ == "__main__":
+    if len(sys.argv) != 3:
+        sys.exit(__doc__)
+    main(sys.argv[1], sys.argv[2])

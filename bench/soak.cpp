@@ -1,0 +1,205 @@
+// Hours of audio, as fast as they go, through many sessions that come and go: orvel_soak HOURS
+// [SESSIONS]. Speech, silence, clipping and bursts of numbers that are none alternate at random. Prints
+// the figures as JSON; the exit status is 1 when memory grew, output was not finite or in range, or a
+// frame was refused.
+#include <malloc.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <iostream>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "bench/catalog.h"
+#include "bench/clock.h"
+
+namespace {
+
+using namespace orvel_bench;
+using nlohmann::json;
+
+constexpr int kRates[] = {8000, 12000, 16000, 24000, 32000, 44100, 48000, 88200, 96000};
+constexpr int kParts = 10;
+// Growth that allocators and page rounding explain; a leak of one small block per session shows.
+constexpr double kAllowedGrowth = 1.001;
+
+enum class Mood { kSpeech, kSilence, kClipping, kNoNumbers };
+
+struct Slot {
+  const BenchModel* model = nullptr;
+  void* session = nullptr;
+  int inRate = 0, outRate = 0;
+  Mood mood = Mood::kSpeech;
+  int framesLeft = 0;
+  std::size_t place = 0;
+};
+
+class Soak {
+ public:
+  explicit Soak(std::size_t slots) : slots_(slots) {
+    for (const int rate : kRates)
+      audio_.push_back(benchSignal(rate, 3.0));
+    in_.resize(960);
+    out_.resize(960);
+  }
+  ~Soak() {
+    for (Slot& slot : slots_)
+      close(slot);
+  }
+  Soak(const Soak&) = delete;
+  Soak& operator=(const Soak&) = delete;
+
+  void run(double seconds) {
+    for (double done = 0.0; done < seconds; done += 0.01 * static_cast<double>(slots_.size())) {
+      for (Slot& slot : slots_)
+        frame(slot);
+    }
+    audioSeconds_ += seconds;
+  }
+
+  long opened() const { return opened_; }
+  long badFrames() const { return badFrames_; }
+  double audioSeconds() const { return audioSeconds_; }
+
+ private:
+  unsigned random(unsigned below) { return static_cast<unsigned>(engine_()) % below; }
+
+  void open(Slot& slot) {
+    const auto& models = allModels();
+    slot.model = &models[random(static_cast<unsigned>(models.size()))];
+    slot.inRate = kRates[random(std::size(kRates))];
+    slot.outRate = slot.model->voice ? 100 : kRates[random(std::size(kRates))];
+    slot.session = openSession(*slot.model, slot.inRate, slot.outRate);
+    if (slot.session == nullptr) throw std::runtime_error("no session");
+    ++opened_;
+  }
+
+  static void close(Slot& slot) {
+    if (slot.session != nullptr) closeSession(*slot.model, slot.session);
+    slot.session = nullptr;
+  }
+
+  void frame(Slot& slot) {
+    if (slot.session != nullptr && random(20000) == 0) close(slot);
+    if (slot.session == nullptr) open(slot);
+    if (slot.framesLeft-- <= 0) {
+      slot.mood = static_cast<Mood>(random(4));
+      slot.framesLeft = static_cast<int>(random(slot.mood == Mood::kSpeech ? 2000 : 200));
+    }
+    fill(slot);
+    try {
+      processFrame(*slot.model, slot.session, in_.data(), slot.inRate, out_.data(), slot.outRate);
+    } catch (const std::runtime_error&) {
+      ++badFrames_;
+    }
+    check(slot);
+  }
+
+  void fill(Slot& slot) {
+    const std::size_t which = static_cast<std::size_t>(
+        std::find(std::begin(kRates), std::end(kRates), slot.inRate) - kRates);
+    const std::vector<float>& audio = audio_[which];
+    const auto size = static_cast<std::size_t>(slot.inRate) / 100;
+    slot.place = slot.place + size > audio.size() ? 0 : slot.place;
+    for (std::size_t i = 0; i < size; ++i) {
+      const float sample = audio[slot.place + i];
+      switch (slot.mood) {
+        case Mood::kSpeech:
+          in_[i] = sample;
+          break;
+        case Mood::kSilence:
+          in_[i] = 0.0F;
+          break;
+        case Mood::kClipping:
+          in_[i] = sample * 1e4F;
+          break;
+        case Mood::kNoNumbers:
+          in_[i] = i % 3 == 0 ? NAN : (i % 3 == 1 ? INFINITY : -1e38F);
+          break;
+      }
+    }
+    slot.place += size;
+  }
+
+  void check(const Slot& slot) {
+    const auto size = static_cast<std::size_t>(slot.outRate) / 100;
+    const bool good = std::all_of(out_.begin(), out_.begin() + static_cast<std::ptrdiff_t>(size),
+                                  [](float sample) { return sample >= -1.0F && sample < 1.0F; });
+    badFrames_ += good ? 0 : 1;
+  }
+
+  std::mt19937 engine_{2024};
+  std::vector<Slot> slots_;
+  std::vector<std::vector<float>> audio_;
+  std::vector<float> in_, out_;
+  long opened_ = 0;
+  long badFrames_ = 0;
+  double audioSeconds_ = 0.0;
+};
+
+// Bytes that the program holds on the heap; 0 where the allocator does not tell (sanitizers).
+double heapBytes() {
+  const struct mallinfo2 info = mallinfo2();
+  return static_cast<double>(info.uordblks) + static_cast<double>(info.hblkhd);
+}
+
+struct Part {
+  double hours, cpuSeconds, resident, heap;
+};
+
+json toJson(const std::vector<Part>& parts, double partSeconds) {
+  json list = json::array();
+  for (const Part& part : parts) {
+    list.push_back({{"audio_hours", part.hours},
+                    {"cpu_ms_per_audio_second", part.cpuSeconds * 1e3 / partSeconds},
+                    {"resident_bytes", part.resident},
+                    {"heap_bytes", part.heap}});
+  }
+  return list;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const double hours = argc > 1 ? std::atof(argv[1]) : 24.0;
+  const auto slots = static_cast<std::size_t>(argc > 2 ? std::atoi(argv[2]) : 50);
+  const double partSeconds = hours * 3600.0 / kParts;
+  allModels();
+  // Set aside beforehand: what this program keeps must not look like the library's.
+  std::vector<Part> parts;
+  parts.reserve(kParts);
+  long badFrames = 0;
+  {
+    // Prepares rate pairs and models, which stay prepared, so that what is left is the sessions'.
+    Soak warmUp(300);
+    warmUp.run(300.0 * 0.02);
+    badFrames += warmUp.badFrames();
+  }
+  const double emptyBefore = heapBytes();
+  long opened = 0;
+  {
+    Soak soak(slots);
+    for (int part = 0; part < kParts; ++part) {
+      const double time = nanosecondsOf([&] { soak.run(partSeconds); });
+      parts.push_back({soak.audioSeconds() / 3600.0, time * 1e-9, residentBytes(), heapBytes()});
+      std::cerr << "soak: " << part + 1 << " of " << kParts << std::endl;
+    }
+    badFrames += soak.badFrames();
+    opened = soak.opened();
+  }
+  const double emptyAfter = heapBytes();
+  const bool grew = emptyAfter > emptyBefore * kAllowedGrowth;
+  const json result = {{"audio_hours", hours},
+                       {"sessions_at_once", slots},
+                       {"sessions_opened", opened},
+                       {"bad_frames", badFrames},
+                       {"heap_bytes_without_sessions_before", emptyBefore},
+                       {"heap_bytes_without_sessions_after", emptyAfter},
+                       {"parts", toJson(parts, partSeconds)}};
+  std::cout << result.dump(1) << '\n';
+  return badFrames > 0 || grew ? 1 : 0;
+}

@@ -1,0 +1,187 @@
+"""What the evaluation's processes do: each opens the library once and takes one task after another.
+
+Every task is a small function of plain arguments, so that it can run in any process.
+"""
+
+from __future__ import annotations
+
+from dataclasses import asdict
+from pathlib import Path
+
+import numpy as np
+
+from evaluation import changing, quality, stress, voice
+from evaluation.detectors import (
+    OrvelDetector,
+    RNNoiseDetector,
+    SileroDetector,
+    TenDetector,
+    VoiceDetector,
+    WebRTCDetector,
+)
+from evaluation.metrics import OverallOpinion
+from evaluation.networks import GTCRN, NSNet2
+from evaluation.orvel import Library
+from evaluation.pairs import Pair, PairFiles
+from evaluation.suppressors import Orvel, RNNoise, Speex, Suppressor, Unprocessed, WebRTC
+
+VOICE_MODEL = "orvel-vad"
+MAIN_RATE = 16000
+
+
+def rate_of(model: str) -> int:
+    """A noise-cleaning model's own rate, by its name."""
+    return {"orvel-8k": 8000, "orvel-32k": 32000}.get(model, MAIN_RATE)
+
+
+def models_in(directory: Path) -> list[str]:
+    """The models of a directory; the default first, then by name."""
+    names = [path.stem for path in directory.glob("*.ctl")]
+    return sorted(names, key=lambda name: (name != "orvel-16k", name))
+
+
+def peers_at(rate: int) -> list[type | object]:
+    """Makers of the other suppressors that keep a wave's whole band at `rate`."""
+    speex = lambda: Speex(rate)  # noqa: E731
+    if rate > MAIN_RATE:
+        return [RNNoise, speex]
+    if rate < MAIN_RATE:
+        return [RNNoise, WebRTC, speex]
+    return [RNNoise, WebRTC, speex, NSNet2, GTCRN]
+
+
+class Workshop:
+    """Everything one process needs; systems are made when first asked for."""
+
+    def __init__(self, library: Path, models: Path):
+        self.library = Library(library, models)
+        self.models = models_in(models)
+        for model in self.models:
+            self.library.load(model)
+        self._suppressors: dict[tuple[int, bool], list[Suppressor]] = {}
+        self._detectors: list[VoiceDetector] = []
+        self._opinion: OverallOpinion | None = None
+
+    def orvel(self, model: str) -> Orvel:
+        """A suppressor that runs `model` at its own rate."""
+        return Orvel(self.library, model, rate_of(model))
+
+    def cleaners(self, rate: int) -> list[str]:
+        """Our noise-cleaning models whose own rate is `rate`."""
+        return [m for m in self.models if m != VOICE_MODEL and rate_of(m) == rate]
+
+    def suppressors(self, rate: int, peers: bool, speech: np.ndarray) -> list[Suppressor]:
+        """Ours at `rate`, with `peers` the unprocessed wave and the others' too, all calibrated."""
+        key = (rate, peers)
+        if key not in self._suppressors:
+            ours = [m for m in self.cleaners(rate) if peers != m.startswith("orvel-ff")]
+            systems: list[Suppressor] = [self.orvel(model) for model in ours]
+            if peers:
+                systems = [Unprocessed(rate), *systems, *(make() for make in peers_at(rate))]
+            for system in systems:
+                system.calibrate(speech, rate)
+            self._suppressors[key] = systems
+        return self._suppressors[key]
+
+    def detectors(self) -> list[VoiceDetector]:
+        """Ours and the others."""
+        if not self._detectors:
+            ours = [OrvelDetector(self.library, VOICE_MODEL)] if VOICE_MODEL in self.models else []
+            others = [RNNoiseDetector(), SileroDetector(), TenDetector(), WebRTCDetector()]
+            self._detectors = [*ours, *others]
+        return self._detectors
+
+    @property
+    def opinion(self) -> OverallOpinion:
+        """The opinion network, loaded on first use."""
+        if self._opinion is None:
+            self._opinion = OverallOpinion()
+        return self._opinion
+
+
+workshop: Workshop | None = None
+
+
+def open_workshop(library: Path, models: Path) -> None:
+    """Prepares this process; called once before any task."""
+    global workshop
+    workshop = Workshop(library, models)
+
+
+def pair_task(files: PairFiles, speech: PairFiles, peers: bool) -> dict:
+    """One pair through all systems of its rate."""
+    pair = files.load()
+    systems = workshop.suppressors(pair.rate, peers, speech.load().clean)
+    rows = quality.run_pair(pair, systems, workshop.opinion)
+    about = {s.name: {"latency": s.latency_ms, "neural": s.neural, "note": s.note} for s in systems}
+    return {"rows": [asdict(row) for row in rows], "systems": about}
+
+
+def voice_task(files: PairFiles) -> dict:
+    """Scores of all detectors for one stream, with its labels."""
+    pair = files.load()
+    labels = voice.labels_of(pair.clean, pair.rate)
+    scores, cpu = {}, {}
+    for detector in workshop.detectors():
+        before = detector.cpu_seconds
+        scores[detector.name] = detector.scores(pair.noisy)[: len(labels)]
+        cpu[detector.name] = detector.cpu_seconds - before
+    thresholds = {detector.name: detector.threshold for detector in workshop.detectors()}
+    seconds = len(pair.noisy) / pair.rate
+    return {"labels": labels, "scores": scores, "cpu": cpu, "seconds": seconds, "thresholds": thresholds}
+
+
+def stress_task(model: str) -> list[dict]:
+    """All stress signals through one noise-cleaning model."""
+    system = workshop.orvel(model)
+    waves = stress.signals(system.rate)
+    return [asdict(stress.run(system, name, wave.astype(np.float32))) for name, wave in waves.items()]
+
+
+def voice_stress_task(model: str) -> list[dict]:
+    """All stress signals through a detector: scores stay finite and in their range."""
+    rows = []
+    for name, wave in stress.signals(MAIN_RATE).items():
+        with workshop.library.detector(MAIN_RATE, model) as session:
+            scores = session.process(wave.astype(np.float32))
+        finite = bool(np.all(np.isfinite(scores)))
+        rows.append({"signal": name, "finite": finite, "voice": float(np.mean(scores >= 0.5))})
+    return rows
+
+
+def changing_task(model: str, files: list[PairFiles], seconds: float) -> list[dict]:
+    """A long stream of changing noise and level through one model."""
+    system = workshop.orvel(model)
+    parts = changing.pieces([f.load() for f in files], seconds)
+    return changing.summary(changing.compare(system, parts))
+
+
+def wide_band_task(files: PairFiles, speech: PairFiles, hertz: float = 8000.0) -> list[dict]:
+    """Level above `hertz` of a clean wave before and after; nothing for a wave without such a band."""
+    pair = files.load()
+    before = stress.level_above(pair.clean, pair.rate, hertz)
+    whole = stress.level_above(pair.clean, pair.rate, 0.0)
+    if before < whole - 40.0:
+        return []
+    rows = []
+    shown = {*workshop.cleaners(pair.rate), RNNoise.name}
+    for system in workshop.suppressors(pair.rate, True, speech.load().clean):
+        if system.name not in shown:
+            continue
+        out = system.clean_file(pair.clean, pair.rate)
+        rows.append(
+            {
+                "pair": pair.name,
+                "system": system.name,
+                "before": before - whole,
+                "after": stress.level_above(out, pair.rate, hertz) - whole,
+                "whole": stress.level_above(out, pair.rate, 0.0) - whole,
+            }
+        )
+    return rows
+
+
+def example_task(files: PairFiles, model: str) -> tuple[Pair, np.ndarray]:
+    """A pair with its noisy wave cleaned, for pictures."""
+    pair = files.load()
+    return pair, workshop.orvel(model).clean_file(pair.noisy, pair.rate)

@@ -1,0 +1,2 @@
+# Voice activity at 8 kHz
+WEIGHT orvel-vad.bin

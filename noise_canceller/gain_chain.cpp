@@ -1,0 +1,97 @@
+#include "noise_canceller/gain_chain.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+namespace ORVEL::NOISE_CANCELLER {
+
+namespace {
+
+constexpr std::uint32_t kGateShortFrames = 10;
+constexpr std::size_t kGateRecordSeconds = 4;
+
+// Soft modification: gains well above the knee are squared, gains well below it stay as they are.
+constexpr double kKnee = 0.05;
+constexpr double kSquareSlope = 3.0;
+constexpr double kKeepSlope = 1.0;
+
+}  // namespace
+
+GainChain::GainChain(const GainSettings& settings, RmThresholdOrder order,
+                     const FrameParameters& frame)
+    : settings_(settings),
+      order_(order),
+      bandBegin_(frame.bandBegin),
+      frameLength_(frame.frameLength),
+      incoming_(frame.coefficientNumber, 0.0F),
+      stored_(frame.coefficientNumber, 0.0F) {
+  if (settings.thresholdCut) {
+    const auto record =
+        static_cast<std::uint32_t>(frame.sampleRate * kGateRecordSeconds / frame.frameLength);
+    gate_.emplace(kGateShortFrames, record, settings.thresholdCutReference);
+  }
+}
+
+void GainChain::measure(const float* windowedFrame) {
+  if (gate_.has_value()) {
+    gate_->measure(windowedFrame, frameLength_);
+  }
+}
+
+float* GainChain::band() {
+  std::fill(incoming_.begin(), incoming_.end(), 0.0F);
+  return incoming_.data() + bandBegin_;
+}
+
+void GainChain::square() {
+  for (float& gain : incoming_) {
+    gain *= gain;
+  }
+}
+
+void GainChain::modifySoftly() {
+  for (float& gain : incoming_) {
+    const double g = gain;
+    const double distance = (g - kKnee) / kKnee;
+    gain = static_cast<float>(g * g / (1.0 + std::exp(-kSquareSlope * distance)) +
+                              g / (1.0 + std::exp(kKeepSlope * distance)));
+  }
+}
+
+void GainChain::applyRmThreshold() {
+  const float threshold = settings_.rmThresholdValue;
+  const float reciprocal = 1.0F / threshold;
+  for (float& gain : stored_) {
+    if (gain < threshold) {
+      gain = order_ == RmThresholdOrder::kGainFirst ? gain * reciprocal * gain
+                                                    : reciprocal * gain * gain;
+    }
+  }
+}
+
+const std::vector<float>& GainChain::shape() {
+  if (settings_.softModification) {
+    modifySoftly();
+  } else {
+    square();
+  }
+  if (settings_.squareHighFrequencies) {
+    for (std::size_t k = incoming_.size() / 2; k < incoming_.size(); ++k) {
+      incoming_[k] *= incoming_[k];
+    }
+  }
+  const float c = settings_.smoothing;
+  for (std::size_t k = 0; k < stored_.size(); ++k) {
+    stored_[k] = c == 1.0F ? incoming_[k] : (1.0F - c) * stored_[k] + c * incoming_[k];
+  }
+  if (settings_.rmThreshold) {
+    applyRmThreshold();
+  }
+  if (gate_.has_value()) {
+    gate_->apply(stored_.data(), stored_.size());
+  }
+  return stored_;
+}
+
+}  // namespace ORVEL::NOISE_CANCELLER

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "utils/non_copyable.h"
+#include "weights/model_store.h"
+
+namespace ORVEL::NOISE_CANCELLER {
+
+/**
+ * Turns a stream of mono samples at the model's rate, in 16-bit scale (full scale +/-32768), into a
+ * stream of cleaned samples or of scores. Used by one thread at a time; `process` allocates nothing.
+ */
+class NoiseCleaner : public UTILS::NonCopyMovable {
+ public:
+  explicit NoiseCleaner(std::shared_ptr<const WEIGHTS::Weight> weight)
+      : weight_(std::move(weight)) {}
+  virtual ~NoiseCleaner();
+
+  /**
+   * Takes the new samples and replaces them by the output of this call: as many samples as one frame
+   * of the session has, or one score.
+   *
+   * @return 1, or -1 when a frame could not be processed.
+   */
+  virtual int process(std::vector<float>& samples) = 0;
+
+  /** Samples by which the output lags behind the input, at the model's rate. */
+  virtual std::size_t delay() const { return 0; }
+
+  /** From the next hop on no bin's gain is below this (0: no limit). Cleaners without gains ignore it. */
+  virtual void setGainFloor(float /*gain*/) {}
+
+  const WEIGHTS::Weight& weight() const { return *weight_; }
+
+ private:
+  std::shared_ptr<const WEIGHTS::Weight> weight_;
+};
+
+/** What a session is opened for. */
+enum class SessionKind { kNoiseCleaning = 1, kVoiceActivity = 2 };
+
+/**
+ * Builds the cleaner of a model.
+ *
+ * @param modelName a registered name, taken whatever its kind and rate are; or NULL for the model of
+ *        that kind whose rate is nearest to inputRate without being above it (the first on a tie).
+ * @throws ORVEL_Exception when there is no such model, its version is unknown, or its weights are
+ *         incomplete or do not fit together.
+ */
+std::shared_ptr<NoiseCleaner> create(const WEIGHTS::ModelStore& store, std::uint32_t inputRate,
+                                     int frameDurationMs, const char* modelName, SessionKind kind);
+
+}  // namespace ORVEL::NOISE_CANCELLER

@@ -1,0 +1,97 @@
+// The program's heap functions: glibc's, with a count for watched threads and a tally of live bytes.
+#include <malloc.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+
+#include "tests/safety/guard_state.h"
+
+#define PUBLIC extern "C" __attribute__((visibility("default")))
+
+extern "C" {
+void* __libc_malloc(std::size_t);
+void* __libc_calloc(std::size_t, std::size_t);
+void* __libc_realloc(void*, std::size_t);
+void* __libc_memalign(std::size_t, std::size_t);
+void __libc_free(void*);
+}
+
+namespace {
+
+using orvel_test::guardState;
+
+std::atomic<bool> tallying{false};
+std::atomic<long> liveBytes{0};
+std::atomic<long> peakBytes{0};
+
+void note(const void* caller) {
+  auto& state = guardState();
+  if (!state.watching) return;
+  if (state.misdeeds.heapCalls++ == 0) state.misdeeds.firstHeapCaller = caller;
+}
+
+void tally(long bytes) {
+  const long now = liveBytes.fetch_add(bytes) + bytes;
+  long peak = peakBytes.load();
+  while (now > peak && !peakBytes.compare_exchange_weak(peak, now)) {
+  }
+}
+
+void* taken(void* block) {
+  if (tallying.load(std::memory_order_relaxed)) tally(static_cast<long>(malloc_usable_size(block)));
+  return block;
+}
+
+void given(void* block) {
+  if (tallying.load(std::memory_order_relaxed))
+    tally(-static_cast<long>(malloc_usable_size(block)));
+}
+
+}  // namespace
+
+PUBLIC void* malloc(std::size_t size) {
+  note(__builtin_return_address(0));
+  return taken(__libc_malloc(size));
+}
+PUBLIC void* calloc(std::size_t count, std::size_t size) {
+  note(__builtin_return_address(0));
+  return taken(__libc_calloc(count, size));
+}
+PUBLIC void* realloc(void* block, std::size_t size) {
+  note(__builtin_return_address(0));
+  given(block);
+  return taken(__libc_realloc(block, size));
+}
+PUBLIC void free(void* block) {
+  if (block == nullptr) return;
+  note(__builtin_return_address(0));
+  given(block);
+  __libc_free(block);
+}
+PUBLIC void* memalign(std::size_t alignment, std::size_t size) {
+  note(__builtin_return_address(0));
+  return taken(__libc_memalign(alignment, size));
+}
+PUBLIC void* aligned_alloc(std::size_t alignment, std::size_t size) {
+  note(__builtin_return_address(0));
+  return taken(__libc_memalign(alignment, size));
+}
+PUBLIC int posix_memalign(void** block, std::size_t alignment, std::size_t size) {
+  note(__builtin_return_address(0));
+  *block = taken(__libc_memalign(alignment, size));
+  return *block == nullptr ? ENOMEM : 0;
+}
+
+namespace orvel_test {
+
+std::size_t peakHeapOf(const std::function<void()>& body) {
+  liveBytes = 0;
+  peakBytes = 0;
+  tallying = true;
+  body();
+  tallying = false;
+  return static_cast<std::size_t>(peakBytes.load());
+}
+
+}  // namespace orvel_test

@@ -1,0 +1,127 @@
+// Paths that lead to no file, and files that would like to take more memory than they have bytes.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "tests/safety/guard.h"
+#include "tests/support/sdk.h"
+
+namespace orvel_test {
+namespace {
+
+constexpr size_t kFileBytes = 1U << 20U;
+
+int setModel(const std::string& control, const char* name) {
+  Capture quiet;
+  return Orv_SDK_SetModel(control.c_str(), name);
+}
+
+// The alarm ends the program if a load waits for a writer or reads a device.
+TEST(HostileFiles, PathsThatLeadToNoFileAreRefusedAtOnce) {
+  Sdk sdk;
+  const auto link = [&](const char* target, const char* name) {
+    std::filesystem::create_symlink(target, sdk.dir().file(name));
+  };
+  mkfifo(sdk.dir().file("fifo").c_str(), 0600);
+  std::filesystem::create_directory(sdk.dir().file("directory"));
+  link("fifo", "link-to-fifo");
+  link("missing", "dangling");
+  link("round", "round");
+  link("/dev/zero", "endless");
+  link("/dev/full", "full-device");
+  link("/dev/tty", "terminal");
+  link("/proc/self/fd", "descriptors");
+  for (const char* name : {"fifo", "link-to-fifo", "directory", "dangling", "round", "endless",
+                           "full-device", "terminal", "descriptors", "missing", "", ".", "..\\"}) {
+    SCOPED_TRACE(name);
+    alarm(30);
+    EXPECT_EQ(setModel(name, "model"), 2);
+    sdk.dir().write("weights.ctl", "WEIGHT " + std::string(name) + "\n");
+    EXPECT_EQ(setModel("weights.ctl", "model"), 2);
+    alarm(0);
+  }
+}
+
+std::string repeated(const std::string& piece) {
+  std::string bytes;
+  while (bytes.size() < kFileBytes)
+    bytes += piece;
+  return bytes;
+}
+
+std::string record(const std::string& name, uint32_t type, const std::string& payload) {
+  return u32Bytes(static_cast<uint32_t>(name.size())) + name + u32Bytes(type) + payload;
+}
+
+// Records of the smallest kind there is, each with a name of its own.
+std::string manyRecords(uint32_t type, const std::string& payload) {
+  std::string bytes;
+  for (uint32_t i = 0; bytes.size() < kFileBytes; ++i)
+    bytes += record(u32Bytes(i), type, payload);
+  return bytes;
+}
+
+std::string manyLines(size_t bytes) {
+  std::string lines;
+  for (int i = 0; lines.size() < bytes; ++i)
+    lines.append("k").append(std::to_string(i)).append(" v\n");
+  return lines;
+}
+
+const std::string kMost = "\xff\xff\xff\xff";
+
+// A value in memory has a few words around it, however small it is in the file.
+TEST(HostileFiles, LoadingTakesMemoryInProportionToTheFile) {
+  constexpr double kMostTimes = 16.0;
+  // Smaller than a mebibyte, which is the most that a control file may have.
+  constexpr double kMostTimesOfKeys = 32.0;
+  const std::string zeros(kFileBytes, '\0');
+  struct File {
+    const char* what;
+    std::string weights;
+    std::string control;
+  };
+  const File files[] = {
+      {"a sound model", makeModel({.band = 200, .hidden = {128, 128}}).weights().bytes(), ""},
+      {"a long name", u32Bytes(kFileBytes) + zeros, ""},
+      {"an endless name", kMost + zeros, ""},
+      {"an endless vector", record("v", 3, kMost + zeros), ""},
+      {"an endless matrix", record("m", 4, kMost + kMost + zeros), ""},
+      {"a flat matrix", record("m", 4, kMost + u32Bytes(0) + zeros), ""},
+      {"empty vectors", record("v", 5, kMost + zeros), ""},
+      {"empty matrices", record("m", 6, kMost + zeros), ""},
+      {"wide empty matrices", record("m", 6, kMost + repeated(kMost + u32Bytes(0))), ""},
+      {"nameless records", repeated(record("", 1, u32Bytes(1))), ""},
+      {"small records", manyRecords(1, u32Bytes(1)), ""},
+      {"small texts", manyRecords(2, u32Bytes(0)), ""},
+      {"records of no type", manyRecords(99, ""), ""},
+      {"many keys", "", manyLines(kFileBytes / 2)},
+      {"too many keys", "", manyLines(8 * kFileBytes)},
+      {"one long key", "", std::string(kFileBytes / 2, 'k') + " v\n"},
+      {"one long value", "", "k " + std::string(kFileBytes, 'v') + "\n"},
+      {"one long comment", "", "#" + std::string(kFileBytes, ' ') + "\n"},
+  };
+  for (const File& file : files) {
+    SCOPED_TRACE(file.what);
+    Sdk sdk;
+    sdk.dir().write("weights.bin", file.weights);
+    sdk.dir().write("model.ctl", file.control + "WEIGHT weights.bin\n");
+    size_t peak = 0;
+    {
+      Capture quiet;
+      peak = peakHeapOf([] { Orv_SDK_SetModel("model.ctl", "model"); });
+    }
+    const auto size = static_cast<double>(file.weights.size() + file.control.size());
+    const double times = static_cast<double>(peak) / size;
+    std::cout << file.what << ": " << times << " bytes a byte\n";
+    const double most = file.control.empty() ? kMostTimes : kMostTimesOfKeys;
+    EXPECT_LE(static_cast<double>(peak), most * size + 100000.0);
+  }
+}
+
+}  // namespace
+}  // namespace orvel_test

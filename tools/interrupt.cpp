@@ -1,0 +1,35 @@
+#include "tools/interrupt.h"
+
+#include <atomic>
+#include <csignal>
+
+#include "tools/tool_error.h"
+
+namespace ORVEL::TOOLS {
+namespace {
+
+static_assert(std::atomic<bool>::is_always_lock_free);  // so that a handler may set it
+std::atomic<bool> signalSeen{false};
+
+extern "C" void noteSignal(int) { signalSeen.store(true); }
+
+}  // namespace
+
+void watchSignals() {
+  struct sigaction action {};
+  action.sa_handler = noteSignal;
+  // No SA_RESTART: a blocking read has to come back. SA_RESETHAND: the second signal ends it.
+  action.sa_flags = static_cast<int>(SA_RESETHAND);
+  sigemptyset(&action.sa_mask);
+  for (int number : {SIGINT, SIGTERM, SIGHUP})
+    sigaction(number, &action, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);
+}
+
+bool interrupted() noexcept { return signalSeen.load(); }
+
+void throwIfInterrupted() {
+  if (interrupted()) throw ToolError(ExitCode::interrupted, "interrupted");
+}
+
+}  // namespace ORVEL::TOOLS

@@ -1,0 +1,1 @@
+"""Recipe that makes the models which ship with ORVEL."""

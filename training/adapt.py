@@ -1,0 +1,44 @@
+"""Warm start of one recurrent model from another whose bands lie in the same places.
+
+Bands of equal position and width in Hz keep their input rows and output columns; what only the new
+model has starts small, and its outputs start like those of the nearest band.
+"""
+
+from __future__ import annotations
+
+import numpy as np
+
+from training.bands import compressed_widths
+from training.chain import Shape
+
+
+def band_edges(shape: Shape) -> list[tuple[float, float]]:
+    """Lower and upper edge in Hz of every band."""
+    hertz = shape.sample_rate / shape.frame
+    edges, start = [], shape.first_bin
+    for width in compressed_widths(shape.used, shape.rate):
+        edges.append((start * hertz, (start + width) * hertz))
+        start += width
+    return edges
+
+
+def adapt(params: dict, source: Shape, target: Shape, rng: np.random.Generator) -> dict:
+    """Parameters for ``target`` out of those for ``source``; both look at the same number of frames."""
+    if source.preview != target.preview:
+        raise ValueError(f"history of {source.preview} frames cannot start one of {target.preview}")
+    if source.step * target.sample_rate != target.step * source.sample_rate:
+        raise ValueError("the models differ in the time between hops")
+    known = {edge: k for k, edge in enumerate(band_edges(source))}
+    order = [known.get(edge) for edge in band_edges(target)]
+    nearest = [k if k is not None else source.bands - 1 for k in order]
+    out = dict(params)
+    for key in ("Ax", "Bx", "Gx"):
+        old = params[key].reshape(source.preview, source.bands, -1)
+        new = rng.normal(0.0, 0.1 / np.sqrt(target.bands), (target.preview, target.bands, old.shape[2]))
+        for to, at in enumerate(order):
+            if at is not None:
+                new[:, to] = old[:, at]
+        out[key] = new.reshape(-1, old.shape[2]).astype(np.float32)
+    out["O"] = np.ascontiguousarray(params["O"][:, nearest])
+    out["o"] = np.ascontiguousarray(params["o"][nearest])
+    return out

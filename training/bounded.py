@@ -1,0 +1,99 @@
+"""Long hostile inputs through a model's emulated chain: ``python -m training.bounded --config F --weights F``.
+
+Prints for 60 s each of silence, full-scale noise, faint noise, tone, square wave, clicks, DC and
+bursts the largest state of the first and of the last half and the largest output; fails when a
+value is not finite or the state still grows at the end.
+"""
+
+from __future__ import annotations
+
+import os
+
+os.environ.setdefault("XLA_FLAGS", "--xla_cpu_multi_thread_eigen=false intra_op_parallelism_threads=1")
+
+import argparse
+import tomllib
+
+import jax
+import numpy as np
+
+from training.detector import FRAME, HOP, REFERENCE, DetectorModel, levelled
+from training.kinds import make_model
+from training.tracker import RescaleTracker, frame_energies
+from training.weights_file import read_weights
+
+SECONDS = 60
+
+
+def hostile_inputs(rate: int) -> dict[str, np.ndarray]:
+    """Waves in 16-bit units by name."""
+    rng = np.random.default_rng(1)
+    count = SECONDS * rate
+    time = np.arange(count) / rate
+    burst = rng.normal(0.0, 9000.0, count) * (np.sin(2 * np.pi * 0.5 * time) > 0.6)
+    clicks = np.zeros(count)
+    clicks[:: rate // 3] = 32767.0
+    waves = {
+        "silence": np.zeros(count),
+        "full-scale noise": rng.uniform(-32768.0, 32767.0, count),
+        "faint noise": rng.normal(0.0, 1.0, count),
+        "tone": 30000.0 * np.sin(2 * np.pi * 1000.0 * time),
+        "square": 32767.0 * np.sign(np.sin(2 * np.pi * 220.0 * time)),
+        "clicks": clicks,
+        "dc": np.full(count, 20000.0),
+        "bursts": burst,
+    }
+    return {name: np.clip(np.rint(wave), -32768, 32767).astype(np.float32) for name, wave in waves.items()}
+
+
+def largest_values(model, params: dict, stats: dict, wave: np.ndarray) -> tuple[float, float, float]:
+    """Largest state in the first and in the last half, and largest output, over the whole wave."""
+    detector = isinstance(model, DetectorModel)
+    step = model.step
+    wave = wave[: len(wave) // (step * 100) * step * 100]
+    carry = model.carry(1, stats)
+    if detector:
+        wave = levelled(wave[None], np.full(1, REFERENCE**2))[0]
+        full, history = np.concatenate([np.zeros(FRAME - HOP, np.float32), wave]), FRAME - HOP
+        run = jax.jit(lambda w, g, c: model.scores(params, c, stats, w, np.zeros(1, bool)))
+        gains = None
+    else:
+        full, history = np.concatenate([np.zeros(step, np.float32), wave]), step
+        gains = RescaleTracker(1, model.shape.sample_rate, step).gains(frame_energies(full[None], step))
+
+        def clean(w, g, c):
+            out, _, c = model.clean(params, stats, w, g, c)
+            return out, c
+
+        run = jax.jit(clean)
+    states, loudest, block = [], 0.0, 100 * step
+    for k in range(len(wave) // block):
+        part = full[None, k * block : (k + 1) * block + history]
+        out, carry = run(part, None if gains is None else gains[:, k * 100 : (k + 1) * 100], carry)
+        loudest = max(loudest, float(np.max(np.abs(out))))
+        states.append(float(np.max(np.abs(carry["state"]))) if "state" in carry else 0.0)
+    half = len(states) // 2
+    return max(states[:half]), max(states[half:]), loudest
+
+
+def main() -> None:
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--config", required=True)
+    parser.add_argument("--weights", required=True)
+    args = parser.parse_args()
+    with open(args.config, "rb") as handle:
+        config = tomllib.load(handle)
+    model = make_model(config)
+    params, stats = model.from_entries(read_weights(args.weights))
+    failed = False
+    for name, wave in hostile_inputs(config["model"]["sample_rate"]).items():
+        first, last, loudest = largest_values(model, params, stats, wave)
+        bad = not np.isfinite(first + last + loudest) or last > 2.0 * first + 1.0
+        failed |= bad
+        print(f"{name:17s} state {first:8.2f} then {last:8.2f}  output {loudest:9.1f}{'  UNBOUNDED' if bad else ''}")
+    if failed:
+        raise SystemExit(1)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,107 @@
+"""Model cards: ``python -m training.card --config FILE --weights FILE --metrics FILE --command TEXT``.
+
+Writes NAME.md beside the weight file. Size, latency and training time come from the files; the
+metrics are the recorded output of the command that the card names.
+"""
+
+from __future__ import annotations
+
+import argparse
+import csv
+import tomllib
+from pathlib import Path
+
+import numpy as np
+
+from training.weights_file import read_weights
+
+LATENCY_MS = {32: 31, 30: 25}  # of the cleaner at calls of 10 ms, by frame length
+
+SOURCES = """Speech: speechocean762 (CC BY 4.0), AN4 (BSD-2-Clause, Copyright (c) 1991-2005 Carnegie Mellon University),
+Picovoice speech-to-intent-benchmark (Apache-2.0), Saarbruecken Voice Database (CC BY 4.0, M. Pützer, W. J. Barry,
+Saarland University, DOI 10.5281/zenodo.16874898), the voices Kerstin, Kathleen, Nathalie and Thorsten (CC0-1.0),
+the Asterisk prompts in Russian (CC BY 3.0, Maxim Topal, ivrvoice.ru) and Italian (CC BY 3.0, recorded by Carlo
+Flora, translated by Silvia Petrin). Noise: single clips of ESC-50 that are CC0 or CC BY 3.0 (K. J. Piczak, 2015,
+and the authors of the recordings), sounds of Blanket, Noisekun and the MAX audio classifier's samples (CC0, CC BY
+or public domain, file by file), the background noises of Speech Commands v0.02 (CC BY 4.0, Pete Warden), keystroke
+recordings of Keystroke-Datasets (MIT, Copyright (c) 2023 Josh). Rooms: OpenAIR responses (CC BY, openairlib.net,
+University of York; Spokane Woman's Club by James Cadwallader), a kitchen of the web audio samples (Apache-2.0,
+Google LLC), a seminar room (CC0-1.0, spatialaudio), and synthetic rooms. Generated: coloured and modulated noise,
+hum, fans, clicks, tones, babble of the training speakers. None of the recordings is part of this repository."""
+
+LIMITS = {
+    "clean": """Trained on some two hours of speech of about 700 speakers, most of them reading English, many of them
+not natively, some German, Russian and Italian; other languages work as far as they sound alike. Voices in the
+background count as noise only when they are many. Music and singing are treated as noise. Speech that lies below
+the noise loses words; what is left of a noise that resembles speech can be heard as short tones.""",
+    "detect": """Scores voices of any kind: a single voice in the background is speech to it. Singing and some animal
+sounds can be taken for speech. The labels that it learned from lie 20 ms late, so the score lags the voice by 20 to
+30 ms; a caller who cuts audio at the score should keep 50 ms before it.""",
+}
+
+
+def weights_of(entries: dict) -> int:
+    """Numbers that the network multiplies or adds; the branches that no version reads are left out."""
+    detector = entries["Version"].startswith("VAD")
+    unused = ("WeightNonLinear", "BaesNonLinear") if detector else ("WeightLinear", "BaesLinear")
+    total = 0
+    for name, value in entries.items():
+        if isinstance(value, list):
+            total += sum(v.size for v in (value[:-1] if name in unused else value))
+    return total
+
+
+def card_text(config: dict, entries: dict, weights: Path, metrics: str, command: str, curve: Path | None) -> str:
+    """The card as Markdown."""
+    name, version = config["model"]["name"], entries["Version"]
+    detector = version.startswith("VAD")
+    rate = entries["SampleRate"]
+    lines = [f"# {name}", "", f"{config['model']['title']}. Version {version}, {rate} Hz.", ""]
+    lines += ["| | |", "|---|---|"]
+    lines += [f"| Weights | {weights_of(entries):,} |", f"| File | {weights.stat().st_size:,} bytes |"]
+    if detector:
+        lines.append("| Frame | 10 ms, one score each; analysis over the last 30 ms |")
+    else:
+        frame = entries["FrameLength"] * 1000 // rate
+        lines.append(f"| Frame | {frame} ms, every {frame / 2:g} ms |")
+        lines.append(f"| Latency | {LATENCY_MS[frame]} ms at calls of 10 ms, plus rate conversion |")
+        lines.append(f"| Inputs | {entries['WeightNonLinear'][0].shape[0]} per hop, {entries['PreviewFrames']} frame(s) |")
+    keys = ", ".join(f"`{k} {v}`" for k, v in config.get("keys", {}).items())
+    lines.append(f"| Tuning keys | {keys or 'none'} |")
+    if curve is not None:
+        with curve.open(newline="") as handle:
+            last = list(csv.DictReader(handle))[-1]
+        lines.append(f"| Training | {last['update']} updates, {float(last['hours']):.0f} hours of fresh mixes |")
+    lines += ["", "## Data and licences", "", SOURCES, "", "## Measured", ""]
+    if metrics:
+        lines += ["Through the emulated chain, on speakers and recordings that training did not see:", ""]
+        lines += ["```", f"$ {command}", metrics.rstrip(), "```", ""]
+    lines += ["`make evaluate` measures the built library beside other systems; its report is `docs/quality.md`.", ""]
+    if detector:
+        low, high = (float(v) for v in entries["Test_MINMAX"])
+        best = float(np.ravel(entries["Test_BestF1"])[0])
+        lines.append(f"A score of 0.5 is the raw output {best:.2f} of the best F1 on validation streams; 0 and 1 are")
+        lines += [f"{low:.2f} and {high:.2f}, the 0.5 and 99.5 percentiles there.", ""]
+    lines += ["## Limits", "", LIMITS["detect" if detector else "clean"], ""]
+    return "\n".join(lines)
+
+
+def main() -> None:
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--config", required=True)
+    parser.add_argument("--weights", required=True)
+    parser.add_argument("--metrics", help="file with the output of the command")
+    parser.add_argument("--command", default="", help="the command that printed the metrics")
+    parser.add_argument("--curve", help="learning curve of the run")
+    args = parser.parse_args()
+    with open(args.config, "rb") as handle:
+        config = tomllib.load(handle)
+    weights = Path(args.weights)
+    metrics = Path(args.metrics).read_text() if args.metrics else ""
+    curve = Path(args.curve) if args.curve else None
+    text = card_text(config, read_weights(weights), weights, metrics, args.command, curve)
+    weights.with_suffix(".md").write_text(text)
+
+
+if __name__ == "__main__":
+    main()

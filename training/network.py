@@ -1,0 +1,150 @@
+"""The recurrent mask network in jax: parameters, evaluation over sequences, exported form.
+
+One hop computes, with u = (state, input): a = A u + a0, b = B u + b0, y = b + max(a, 0),
+z = sigmoid(G u + g0), new state = (1 - z) state + z y; further layers are of the same kind without
+a state, and the last layer is affine. The output of a hop uses y, not the new state.
+"""
+
+from __future__ import annotations
+
+import jax
+import jax.numpy as jnp
+import numpy as np
+
+
+def init_recurrent(rng: np.random.Generator, inputs: int, hidden: int, layers: int, outputs: int) -> dict:
+    """Random parameters, scaled so that the linear state loop starts out stable."""
+
+    def normal(rows, columns, scale):
+        return rng.normal(0.0, scale, (rows, columns)).astype(np.float32)
+
+    params = {
+        "Ax": normal(inputs, hidden, np.sqrt(1.0 / inputs)),
+        "Bx": normal(inputs, hidden, np.sqrt(0.3 / inputs)),
+        "Gx": normal(inputs, hidden, 0.3 * np.sqrt(1.0 / inputs)),
+        "Ah": normal(hidden, hidden, 0.3 * np.sqrt(1.0 / hidden)),
+        "Bh": normal(hidden, hidden, 0.3 * np.sqrt(1.0 / hidden)),
+        "Gh": normal(hidden, hidden, 0.3 * np.sqrt(1.0 / hidden)),
+        "a": np.zeros(hidden, np.float32),
+        "b": np.zeros(hidden, np.float32),
+        # A spread of memories: update rates from a few hundredths to a quarter at the start.
+        "g": (-2.5 + rng.uniform(-1.5, 1.5, hidden)).astype(np.float32),
+    }
+    for layer in range(1, layers - 1):
+        params[f"A{layer}"] = normal(hidden, hidden, np.sqrt(1.0 / hidden))
+        params[f"B{layer}"] = normal(hidden, hidden, np.sqrt(0.3 / hidden))
+        params[f"a{layer}"] = np.zeros(hidden, np.float32)
+        params[f"b{layer}"] = np.zeros(hidden, np.float32)
+    params["O"] = normal(hidden, outputs, 0.5 * np.sqrt(1.0 / hidden))
+    params["o"] = np.zeros(outputs, np.float32)
+    return params
+
+
+def layer_count(params: dict) -> int:
+    """Layers, the last one included."""
+    return 2 + sum(1 for name in params if name[0] == "A" and name[1:].isdigit())
+
+
+@jax.custom_vjp
+def gated_loop(ready: jax.Array, loop: jax.Array, state: jax.Array):
+    """The state loop of the first layer: its values per hop and the final state.
+
+    ``ready`` is (hops, streams, 3 * hidden), what the input gives to the branches and the gate;
+    ``loop`` is (hidden, 3 * hidden). Differentiated by hand: the gradient of ``loop`` is one product
+    over all hops after the backward loop, instead of a sum that every hop adds a full matrix to.
+    """
+    return _loop_forward(ready, loop, state)[0]
+
+
+def _loop_forward(ready, loop, state):
+    hidden = state.shape[1]
+
+    def hop(state, ready):
+        v = ready + state @ loop
+        y = v[:, hidden : 2 * hidden] + jax.nn.relu(v[:, :hidden])
+        z = jax.nn.sigmoid(v[:, 2 * hidden :])
+        return state + z * (y - state), (y, z, v[:, :hidden] >= 0.0, state)
+
+    last, (y, z, on, before) = jax.lax.scan(hop, state, ready)
+    return (y, last), (y, z, on, before, loop)
+
+
+def _loop_backward(saved, grads):
+    y, z, on, before, loop = saved
+    d_y, d_last = grads
+    back = loop.T
+
+    def hop(d_state, at):
+        d_y, y, z, on, before = at
+        d_y = d_y + d_state * z
+        d_z = d_state * (y - before) * z * (1.0 - z)
+        d_v = jnp.concatenate([jnp.where(on, d_y, 0.0), d_y, d_z], axis=1)
+        return d_state * (1.0 - z) + d_v @ back, d_v
+
+    d_start, d_ready = jax.lax.scan(hop, d_last, (d_y, y, z, on, before), reverse=True)
+    hidden = before.shape[2]
+    d_loop = before.reshape(-1, hidden).T @ d_ready.reshape(-1, 3 * hidden)
+    return d_ready, d_loop, d_start
+
+
+gated_loop.defvjp(_loop_forward, _loop_backward)
+
+
+def run_recurrent(params: dict, inputs: jax.Array, state: jax.Array):
+    """Values of the last layer before any sigmoid, the final state and the first layer's values.
+
+    ``inputs`` is (hops, streams, n), ``state`` (streams, hidden).
+    """
+    from_input = inputs @ jnp.concatenate([params["Ax"], params["Bx"], params["Gx"]], axis=1)
+    from_input = from_input + jnp.concatenate([params["a"], params["b"], params["g"]])
+    loop = jnp.concatenate([params["Ah"], params["Bh"], params["Gh"]], axis=1)
+    first, state = gated_loop(from_input, loop, state)
+    y = first
+    for layer in range(1, layer_count(params) - 1):
+        a = y @ params[f"A{layer}"] + params[f"a{layer}"]
+        y = y @ params[f"B{layer}"] + params[f"b{layer}"] + jax.nn.relu(a)
+    return y @ params["O"] + params["o"], state, first
+
+
+def recurrent_entries(params: dict, linear_output: bool = False) -> dict:
+    """The network's records for a weight file; the state comes first among the rows.
+
+    Every list holds one entry per layer. The branch of the last layer that is not used is zero.
+    """
+    stack = lambda k: np.concatenate([params[k + "h"], params[k + "x"]])  # noqa: E731
+    nonlinear, linear = [stack("A")], [stack("B")]
+    nonlinear_bias, linear_bias = [params["a"]], [params["b"]]
+    for layer in range(1, layer_count(params) - 1):
+        nonlinear.append(params[f"A{layer}"])
+        linear.append(params[f"B{layer}"])
+        nonlinear_bias.append(params[f"a{layer}"])
+        linear_bias.append(params[f"b{layer}"])
+    unused, unused_bias = np.zeros_like(params["O"]), np.zeros_like(params["o"])
+    nonlinear.append(unused if linear_output else params["O"])
+    nonlinear_bias.append(unused_bias if linear_output else params["o"])
+    linear.append(params["O"] if linear_output else unused)
+    linear_bias.append(params["o"] if linear_output else unused_bias)
+    return {
+        "WeightLinear": linear,
+        "WeightNonLinear": nonlinear,
+        "BaesLinear": linear_bias,
+        "BaesNonLinear": nonlinear_bias,
+        "WeightGRU": [stack("G")],
+        "BaesGRU": [params["g"]],
+    }
+
+
+def recurrent_params(entries: dict, linear_output: bool = False) -> dict:
+    """Parameters from the records of a weight file; inverse of ``recurrent_entries``."""
+    last = len(entries["WeightNonLinear"]) - 1
+    hidden = entries["BaesNonLinear"][0].shape[0]
+    out = {}
+    for key, name in (("A", "WeightNonLinear"), ("B", "WeightLinear"), ("G", "WeightGRU")):
+        out[key + "h"], out[key + "x"] = entries[name][0][:hidden], entries[name][0][hidden:]
+    out["a"], out["b"], out["g"] = entries["BaesNonLinear"][0], entries["BaesLinear"][0], entries["BaesGRU"][0]
+    for layer in range(1, last):
+        out[f"A{layer}"], out[f"B{layer}"] = entries["WeightNonLinear"][layer], entries["WeightLinear"][layer]
+        out[f"a{layer}"], out[f"b{layer}"] = entries["BaesNonLinear"][layer], entries["BaesLinear"][layer]
+    kind = "Linear" if linear_output else "NonLinear"
+    out["O"], out["o"] = entries["Weight" + kind][last], entries["Baes" + kind][last]
+    return {name: np.array(value, np.float32) for name, value in out.items()}

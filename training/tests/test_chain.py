@@ -1,0 +1,121 @@
+"""The parts of the emulation that the library comparison cannot tell apart when they fail."""
+
+import numpy as np
+import pytest
+from conftest import CONFIGS, config
+
+from training import chain
+from training.adapt import adapt, band_edges
+from training.bands import compressed_widths, compression_matrix, expansion_index, pooling_matrix
+from training.kinds import make_model
+from training.network import gated_loop
+from training.tracker import RescaleTracker
+
+
+@pytest.mark.parametrize(
+    ("bins", "rate", "single", "bands"),
+    [(16, 1, 8, 12), (256, 2, 64, 128), (256, 1, 128, 192), (512, 3, 64, 160), (128, 1, 64, 96), (256, 0, 256, 256)],
+)
+def test_bands_fill_the_bins_and_spread_back(bins, rate, single, bands):
+    widths = compressed_widths(bins, rate)
+    assert (widths.count(1), len(widths), sum(widths)) == (single, bands, bins)
+    index = expansion_index(bands, rate)
+    want = np.repeat(np.arange(bands), widths)
+    np.testing.assert_array_equal(index, want)
+
+
+def test_uneven_bands_are_refused():
+    with pytest.raises(ValueError, match="252 bins"):
+        compression_matrix(252, 2)
+
+
+def test_detector_pooling_averages_every_bin_once():
+    matrix = pooling_matrix(121)
+    assert matrix.shape == (121, 61)
+    np.testing.assert_allclose(matrix.sum(axis=0), 1.0)
+    assert (np.count_nonzero(matrix, axis=1) == 1).all()
+
+
+def test_all_gains_open_give_the_input_back():
+    rng = np.random.default_rng(1)
+    wave = rng.normal(0.0, 1000.0, (2, 12 * 256)).astype(np.float32)
+    window = chain.vorbis_window(512)
+    out = np.asarray(chain.resynthesise(chain.spectra(wave, 256, window), window))
+    np.testing.assert_allclose(out[:, 256:-256], wave[:, 256:-256], atol=0.01)
+
+
+def test_tracker_starts_at_one_and_follows_loud_frames():
+    tracker = RescaleTracker(2, 16000, 256)
+    energy = np.full((2, 300), 1e6)
+    energy[1] = 1.0  # far below the reference: never counted
+    gains = tracker.gains(energy)
+    np.testing.assert_allclose(gains[1], 1.0)
+    # After one loud frame: the mean of 4e6 and 1e6; once the record is full only 1e6 is left.
+    np.testing.assert_allclose(gains[0, 0], 2000.0 / np.sqrt(2.5e6), rtol=1e-6)
+    np.testing.assert_allclose(gains[0, -1], 2.0, rtol=1e-6)
+    # The record of four seconds holds 250 hops; the start value is pushed out by the 250th loud one.
+    assert gains[0, 248] < 2.0 == pytest.approx(gains[0, 249], rel=1e-6)
+
+
+def test_hand_written_gradient_of_the_state_loop():
+    import jax
+    import jax.numpy as jnp
+
+    rng = np.random.default_rng(2)
+    ready = rng.normal(size=(7, 3, 12)).astype(np.float32)
+    loop = rng.normal(0.0, 0.4, (4, 12)).astype(np.float32)
+    state = rng.normal(size=(3, 4)).astype(np.float32)
+
+    def plain(ready, loop, state):
+        ys = []
+        for t in range(7):
+            v = ready[t] + state @ loop
+            y = v[:, 4:8] + jax.nn.relu(v[:, :4])
+            state = state + jax.nn.sigmoid(v[:, 8:]) * (y - state)
+            ys.append(y)
+        return jnp.sum(jnp.sin(jnp.stack(ys))) + jnp.sum(jnp.cos(state))
+
+    def fast(ready, loop, state):
+        y, last = gated_loop(ready, loop, state)
+        return jnp.sum(jnp.sin(y)) + jnp.sum(jnp.cos(last))
+
+    for got, want in zip(jax.grad(fast, (0, 1, 2))(ready, loop, state), jax.grad(plain, (0, 1, 2))(ready, loop, state)):
+        np.testing.assert_allclose(got, want, rtol=1e-3, atol=1e-4)
+
+
+@pytest.mark.parametrize(("name", "shared"), [("orvel-8k", 96), ("orvel-32k", 128)])
+def test_other_rates_start_from_the_default_band_by_band(name, shared):
+    source, target = make_model(config("orvel-16k")), make_model(config(name))
+    source_edges, target_edges = band_edges(source.shape), band_edges(target.shape)
+    assert source_edges[:shared] == target_edges[:shared]
+    rng = np.random.default_rng(4)
+    old = source.init(rng)
+    new = adapt(old, source.shape, target.shape, rng)
+    np.testing.assert_array_equal(new["Ax"][:shared], old["Ax"][:shared])
+    np.testing.assert_array_equal(new["O"][:, :shared], old["O"][:, :shared])
+    assert new["O"].shape == (old["O"].shape[0], target.shape.bands)
+
+
+@pytest.mark.parametrize("name", sorted(path.stem for path in CONFIGS.glob("*.toml")))
+def test_exported_records_lead_back_to_the_parameters(name, tmp_path):
+    from training.export import export_model
+    from training.weights_file import read_weights
+
+    settings = config(name)
+    settings["model"]["hidden"] = 12
+    model = make_model(settings)
+    rng = np.random.default_rng(5)
+    params = {k: rng.normal(size=v.shape).astype(np.float32) for k, v in model.init(rng).items()}
+    count = {"VAD_0.0.1": 61}.get(settings["model"]["version"])
+    if count is None:
+        count = model.shape.bands * (1 if settings["model"]["version"] == "0.0.5" else model.shape.preview)
+        count += model.shape.bands if getattr(model, "average", 0) else 0
+    stats = {"MU": rng.normal(size=count).astype(np.float32), "SD": rng.uniform(1, 2, count).astype(np.float32)}
+    path = export_model(tmp_path, settings, model.entries(params, stats))
+    back, back_stats = model.from_entries(read_weights(path))
+    assert back.keys() == params.keys()
+    for key, value in params.items():
+        np.testing.assert_array_equal(back[key], value)
+    np.testing.assert_array_equal(back_stats["MU"], stats["MU"])
+    control = (tmp_path / f"{settings['model']['name']}.ctl").read_text()
+    assert f"WEIGHT {settings['model']['name']}.bin\n" in control

@@ -1,0 +1,102 @@
+"""Mixes, labels and weight files: what the training and the library must be able to rely on."""
+
+import numpy as np
+import pytest
+
+from training.detector import levelled, voice_labels
+from training.mixing import StreamMixer
+from training.pools import Pool, segment_length
+from training.weights_file import encode, read_weights, write_weights
+
+RATE = 8000
+
+
+@pytest.fixture()
+def pool(tmp_path):
+    """Four speech and four noise slots: a tone as speech, noise as noise."""
+    pool = Pool(tmp_path / "pool", RATE, 4, 4)
+    rng = np.random.default_rng(1)
+    time = np.arange(segment_length(RATE)) / RATE
+    for slot in range(4):
+        pool.speech[slot] = np.rint(4000.0 * np.sin(2 * np.pi * (300 + 100 * slot) * time))
+        pool.noise[slot] = np.rint(rng.normal(0.0, 3000.0, len(time)))
+    pool.speech_kind[:] = 1
+    pool.noise_kind[:] = 1
+    return pool
+
+
+def test_streams_carry_on_from_sequence_to_sequence(pool):
+    mixer = StreamMixer(pool, 6, 128, seed=1, cold=0.0)
+    before = mixer.next()
+    for _ in range(3):
+        after = mixer.next()
+        np.testing.assert_array_equal(after.noisy[:, :128], before.noisy[:, -128:])
+        np.testing.assert_array_equal(after.target[:, :128], before.target[:, -128:])
+        before = after
+
+
+def test_mixes_cover_the_levels_and_ratios(pool):
+    mixer = StreamMixer(pool, 64, 128, seed=2)
+    levels, ratios, silent = [], [], 0
+    for _ in range(8):
+        batch = mixer.next()
+        noise = batch.noisy - batch.target
+        power = lambda w: np.mean(np.square(w[:, 128:]), axis=1) + 1e-9  # noqa: E731
+        levels.append(10 * np.log10(power(batch.noisy) / 32768.0**2))
+        voiced = batch.voiced > 0
+        silent += int(np.sum(~voiced))
+        ratios.append(10 * np.log10(power(batch.target) / power(noise))[voiced])
+        assert np.abs(batch.noisy).max() <= 32768.0
+        assert (batch.target[~voiced] == 0.0).mean() > 0.99
+    levels, ratios = np.concatenate(levels), np.concatenate(ratios)
+    assert np.percentile(levels, 5) < -42.0 and np.percentile(levels, 95) > -18.0
+    assert 0.25 < np.mean(ratios < 3.0) < 0.7
+    assert np.percentile(ratios, 3) < -4.0 and np.percentile(ratios, 90) > 12.0
+    assert 0.02 < silent / len(levels) < 0.15
+
+
+def test_labels_follow_the_bursts():
+    rng = np.random.default_rng(3)
+    clean = rng.normal(0.0, 2.0, 4 * RATE)
+    clean[RATE : 2 * RATE] += rng.normal(0.0, 3000.0, RATE)
+    clean[2 * RATE + 400 : 3 * RATE] += rng.normal(0.0, 3000.0, RATE - 400)  # a gap of 50 ms is closed
+    clean[int(3.5 * RATE) : int(3.5 * RATE) + 60] += 1500.0  # a click is no speech
+    labels = voice_labels(clean)
+    assert labels.shape == (400,)
+    np.testing.assert_allclose(labels[103:297], 1.0)
+    assert labels[:97].sum() + labels[303:].sum() == 0.0
+    assert voice_labels(np.zeros(RATE)).sum() == 0.0
+
+
+def test_level_rises_at_once_and_falls_slowly():
+    wave = np.concatenate([np.full(800, 200.0), np.full(800, 20000.0), np.full(8000, 200.0)])[None]
+    out = levelled(wave.astype(np.float32), np.full(1, 2000.0**2))[0]
+    assert abs(out[880] - 2000.0) < 100.0  # one hop after the step: 95 % of the way
+    assert out[1700] < 30.0 < out[8000]
+
+
+def test_weight_file_layout_and_damage(tmp_path):
+    entries = {
+        "Version": "0.0.5",
+        "Step": -1,
+        "Real": 0.5,
+        "MU": np.arange(3, dtype=np.float32),
+        "Matrix": np.arange(6, dtype=np.float32).reshape(2, 3),
+        "Biases": [np.ones(2, np.float32), np.zeros(1, np.float32)],
+        "Matrices": [np.eye(2, dtype=np.float32)],
+    }
+    path = tmp_path / "w.bin"
+    write_weights(path, entries)
+    raw = path.read_bytes()
+    assert raw[:21] == b"\x07\0\0\0Version\x02\0\0\0\x05\0\0\0" + b"0."
+    assert encode("Step", -1) == b"\x04\0\0\0Step\x01\0\0\0\xff\xff\xff\xff"
+    back = read_weights(path)
+    assert list(back) == list(entries) and back["Step"] == -1 and back["Real"] == 0.5
+    np.testing.assert_array_equal(back["Matrix"], entries["Matrix"])
+    np.testing.assert_array_equal(back["Biases"][0], entries["Biases"][0])
+    path.write_bytes(raw[:-2])
+    with pytest.raises(ValueError, match="cut short"):
+        read_weights(path)
+    path.write_bytes(raw + b"\x01\0\0\0a\x09\0\0\0")
+    with pytest.raises(ValueError, match="unknown type 9"):
+        read_weights(path)

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <exception>
+#include <string>
+
+namespace ORVEL::UTILS {
+
+/** The library's one exception type; `what()` gives place and message in one text. */
+class ORVEL_Exception : public std::exception {
+ public:
+  /** `file` is the throwing unit without its extension, `line` 0 where no line is meaningful. */
+  ORVEL_Exception(const char* message, const char* file, int line, const char* function);
+  ORVEL_Exception(const ORVEL_Exception&) = default;
+  ORVEL_Exception& operator=(const ORVEL_Exception&) = default;
+  ~ORVEL_Exception() override;
+
+  const char* what() const noexcept override { return message_.c_str(); }
+
+ private:
+  std::string message_;
+  std::string file_;
+  std::string function_;
+  int line_;
+};
+
+}  // namespace ORVEL::UTILS

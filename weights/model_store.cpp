@@ -1,0 +1,109 @@
+#include "weights/model_store.h"
+
+#include "utils/diagnostics.h"
+
+namespace ORVEL::WEIGHTS {
+
+using UTILS::printLine;
+
+namespace {
+
+constexpr std::size_t kLongestRefusedWeightName = 4;
+
+bool isAbsolute(const std::string& path) {
+  return path.size() >= 3 && path[1] == ':' && path[2] == '\\';
+}
+
+// Only the backslash separates directories here, on every system.
+std::string weightName(const std::string& path) {
+  const std::size_t separator = path.rfind('\\');
+  const std::string file = separator == std::string::npos ? path : path.substr(separator + 1);
+  return file.substr(0, file.rfind('.'));
+}
+
+}  // namespace
+
+/** A model while its control file is read. */
+struct ModelStore::Loading {
+  ModelEntry model = std::make_shared<Model>();
+  /** Name of a weight set loaded for this model; empty when its weights are shared. */
+  std::string newWeightName;
+};
+
+std::string ModelStore::resolve(const std::string& path) const {
+  return isAbsolute(path) ? path : directory_ + path;
+}
+
+ModelEntry ModelStore::find(const std::string& modelName) const {
+  const auto position = modelIndex_.find(modelName);
+  return position == modelIndex_.end() ? nullptr : models_[position->second];
+}
+
+bool ModelStore::includeWeight(const std::string& value, const std::string& controlFileName,
+                               Loading& loading) const {
+  printLine("WEIGHT ", value);
+  const std::string path = resolve(value);
+  const std::string name = weightName(path);
+  if (name.size() <= kLongestRefusedWeightName) {
+    UTILS::printText("ERROR WEIGHT NAME ISNT BIGGER ENOUGHT\n");
+    return true;
+  }
+  if (const auto known = weightIndex_.find(name); known != weightIndex_.end()) {
+    loading.model->weight = models_[known->second]->weight;
+    return true;
+  }
+  loading.model->weight = std::make_shared<Weight>();
+  loading.newWeightName = name;
+  if (!loading.model->weight->load(path.c_str())) {
+    printLine("WARNING weight isn't loaded \n control file", controlFileName,
+              " \n weigth file: ", path);
+    return false;
+  }
+  return true;
+}
+
+bool ModelStore::apply(const ControlEntry& entry, const std::string& controlFileName,
+                       Loading& loading) const {
+  if (entry.key == "CONTROLFILE") {
+    printLine("WARNING there are CONTROLFILE parameter inside of controlFile, skipped");
+    return true;
+  }
+  if (entry.key == "WEIGHT") {
+    if (loading.model->weight != nullptr) {
+      printLine("WARNING multiple weight including, weight exists.");
+      return true;
+    }
+    return includeWeight(entry.value, controlFileName, loading);
+  }
+  printLine("ENVIRONMENT KEY-\"", entry.key, "\" VALUE-\"", entry.value, "\"");
+  return loading.model->keys.set<std::string>(entry.key, entry.value, true) != nullptr;
+}
+
+bool ModelStore::load(const std::string& controlFileName, const std::string& modelName) {
+  if (modelIndex_.contains(modelName)) {
+    return false;
+  }
+  const auto entries = readControlFile(resolve(controlFileName));
+  if (!entries.has_value() || entries->empty()) {
+    return false;
+  }
+  Loading loading;
+  for (const ControlEntry& entry : *entries) {
+    if (!apply(entry, controlFileName, loading)) {
+      return false;
+    }
+  }
+  if (modelName.empty() || loading.model->weight == nullptr) {
+    printLine("Warning Weight name isn't included or weight has beeen included before \n");
+    return false;
+  }
+  const std::size_t position = models_.size();
+  models_.push_back(loading.model);
+  modelIndex_.emplace(modelName, position);
+  if (!loading.newWeightName.empty()) {
+    weightIndex_.emplace(loading.newWeightName, position);
+  }
+  return true;
+}
+
+}  // namespace ORVEL::WEIGHTS
