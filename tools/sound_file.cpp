@@ -26,6 +26,15 @@ constexpr std::size_t kFramesPerWrite = 4096;
   throw ToolError(ExitCode::input, name + ": " + reason);
 }
 
+// libsndfile closes the descriptor it was given when it cannot open the file, whether it was told to
+// or not. It gets one of its own, so that nobody closes a descriptor twice: another thread may
+// have opened a file under the same number in between.
+SNDFILE* openDuplicate(int descriptor, int mode, SF_INFO& info) {
+  const int own = ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+  if (own < 0) return nullptr;
+  return sf_open_fd(own, mode, &info, SF_TRUE);
+}
+
 }  // namespace
 
 SoundFileReader::SoundFileReader(const std::filesystem::path& path) : name_(path.string()) {
@@ -36,7 +45,7 @@ SoundFileReader::SoundFileReader(const std::filesystem::path& path) : name_(path
   if (::fstat(fd_.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     failInput(name_, S_ISDIR(status.st_mode) ? "is a directory" : "is not a regular file");
   }
-  file_.reset(sf_open_fd(fd_.get(), SFM_READ, &info_, SF_FALSE));
+  file_.reset(openDuplicate(fd_.get(), SFM_READ, info_));
   if (!file_) failInput(name_, std::string("no audio that can be read: ") + sf_strerror(nullptr));
   if (info_.channels < 1) failInput(name_, "has no channels");
   if (info_.samplerate < kLowestRate || info_.samplerate > kHighestRate) {
@@ -84,7 +93,7 @@ SoundFileWriter::SoundFileWriter(const std::filesystem::path& path, int format,
   info.format = format;
   info.samplerate = spec.sampleRate;
   info.channels = spec.channels;
-  file_.reset(sf_open_fd(pending_.descriptor(), SFM_WRITE, &info, SF_FALSE));
+  file_.reset(openDuplicate(pending_.descriptor(), SFM_WRITE, info));
   if (!file_) {
     throw ToolError(ExitCode::output,
                     name_ + ": cannot write this format: " + sf_strerror(nullptr));

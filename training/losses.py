@@ -10,6 +10,7 @@ import numpy as np
 
 from training.bands import compression_matrix
 from training.chain import Shape, frames
+from training.opinion import load_network, opinion, resampled
 
 COMPRESSION = 0.3
 PHASE_WEIGHT = 0.3
@@ -168,9 +169,22 @@ def sequence_mask_loss(
     return mask_loss(inside["logits"], weight * known, best, stage["alpha"])
 
 
+def _opinion_loss(out: jax.Array, voiced: jax.Array, rate: int, streams: int) -> jax.Array:
+    """Minus the estimated overall opinion of the first ``streams`` streams, where they hold speech."""
+    scores = opinion(load_network(), resampled(out[:streams] / 32768.0, rate))[:, 2]
+    return -jnp.sum(scores * voiced[:streams]) / (jnp.sum(voiced[:streams]) + 1e-3)
+
+
 def sequence_output_loss(out: jax.Array, batch: dict, shape: Shape, stage: dict) -> jax.Array:
-    """``output_loss`` of one batch over the samples that all their frames have reached."""
+    """``output_loss`` of one batch over the samples that all their frames have reached.
+
+    A stage with ``opinion`` adds that weight times the estimated opinion of a few streams.
+    """
     inner = slice(shape.step, -shape.step)
     weights = OutputWeights(stage["alpha"], stage["spectral"], stage["ratio"], stage["envelope"])
     norm, wide, voiced = batch["norm"], batch["wide"], batch["voiced"]
-    return output_loss(out[:, inner], batch["target"][:, inner], norm, wide, voiced, shape.sample_rate, weights)
+    out = out[:, inner]
+    total = output_loss(out, batch["target"][:, inner], norm, wide, voiced, shape.sample_rate, weights)
+    if stage.get("opinion"):
+        total += stage["opinion"] * _opinion_loss(out, voiced, shape.sample_rate, stage.get("opinion_streams", 4))
+    return total

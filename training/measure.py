@@ -17,6 +17,7 @@ import tomllib
 import warnings
 from pathlib import Path
 
+import jax
 import numpy as np
 import pesq
 import pystoi
@@ -24,10 +25,13 @@ import soundfile
 import soxr
 
 from training.kinds import make_model
+from training.opinion import RATE as OPINION_RATE
+from training.opinion import load_network, opinion
 from training.stream import enhance
 from training.weights_file import read_weights
 
 warnings.filterwarnings("ignore")
+_opinion = jax.jit(opinion)
 
 
 def si_sdr(out: np.ndarray, clean: np.ndarray) -> float:
@@ -80,11 +84,17 @@ def scores(out: np.ndarray, clean: np.ndarray, rate: int, dnsmos: bool) -> dict:
         "cut": cut_share(out, clean, rate),
     }
     if dnsmos:
-        from speechmos import dnsmos as scorer
-
-        wide = out if rate == 16000 else soxr.resample(out, rate, 16000)
-        result["ovrl"] = scorer.run(np.clip(wide / 32768, -1, 1), 16000)["ovrl_mos"]
+        result.update(zip(("sig", "bak", "ovrl"), opinions(out, rate)))
     return result
+
+
+def opinions(out: np.ndarray, rate: int) -> np.ndarray:
+    """DNSMOS' speech, background and overall scores; waves under nine seconds are repeated."""
+    wave = out if rate == OPINION_RATE else soxr.resample(out, rate, OPINION_RATE)
+    wave = np.clip(wave / 32768.0, -1.0, 1.0)
+    size = OPINION_RATE * 901 // 100
+    wave = np.tile(wave, -(-size // len(wave)))[:size].astype(np.float32)
+    return np.asarray(_opinion(load_network(), wave[None]))[0]
 
 
 def table(rows: list[dict], infos: list[dict]) -> str:
