@@ -82,8 +82,17 @@ def _drop_runs(flags: np.ndarray, shorter: int) -> np.ndarray:
     return out
 
 
+def onsets(labels: np.ndarray) -> np.ndarray:
+    """One in the first 120 ms of every stretch of speech that follows 300 ms without any."""
+    out = np.zeros_like(labels)
+    for begin in np.flatnonzero(np.diff(np.concatenate([[0.0], labels])) > 0.0):
+        if not labels[max(begin - 30, 0) : begin].any():
+            out[begin : begin + 12] = labels[begin : begin + 12]
+    return out
+
+
 class DetectorMixer:
-    """Endless streams for the detector: levelled wave, and delayed labels."""
+    """Endless streams for the detector: levelled wave, delayed labels, and where speech begins."""
 
     def __init__(self, pool: Pool, streams: int, seed, delay: int):
         self.pool, self.streams, self.delay = pool, streams, delay
@@ -92,9 +101,10 @@ class DetectorMixer:
         self.half = self.length // 2 // HOP * HOP
         self.level = np.full(streams, REFERENCE**2)
         self.wave = np.zeros((streams, self.length), np.float32)
-        self.labels = np.zeros((streams, self.length // HOP), np.float32)
+        # Labels and onsets side by side.
+        self.labels = np.zeros((streams, 2, self.length // HOP), np.float32)
         self.tail = np.zeros((streams, FRAME - HOP), np.float32)
-        self.past_labels = np.zeros((streams, delay), np.float32)
+        self.past_labels = np.zeros((streams, 2, delay), np.float32)
         self.phase, self.turn = np.arange(streams) % 2, 0
         for stream in range(streams):
             self._refill(stream)
@@ -128,10 +138,11 @@ class DetectorMixer:
         total = np.sqrt(np.mean(np.square(mix))) + 1e-3
         gain = 32768.0 * 10.0 ** (rng.uniform(-46.0, -14.0) / 20.0) / max(total, level)
         self.wave[stream] = np.clip(np.rint(mix * gain), -32768.0, 32767.0)
-        self.labels[stream] = voice_labels(target) if level > 0.0 else 0.0
+        labels = voice_labels(target) if level > 0.0 else np.zeros(self.length // HOP, np.float32)
+        self.labels[stream] = labels, onsets(labels)
 
     def next(self) -> dict:
-        """The next sequence of every stream: ``wave`` with history, ``label``, ``cold``."""
+        """The next sequence of every stream: ``wave`` with history, ``label``, ``onset``, ``cold``."""
         self.turn += 1
         rows = np.arange(self.streams)
         second = (self.turn + self.phase) % 2 == 1
@@ -146,11 +157,13 @@ class DetectorMixer:
         at = start[:, None] + np.arange(self.half)[None, :]
         hop_at = start[:, None] // HOP + np.arange(self.half // HOP)[None, :]
         wave = levelled(self.wave[rows[:, None], at], self.level)
-        labels = np.concatenate([self.past_labels, self.labels[rows[:, None], hop_at]], axis=1)
+        labels = np.stack([self.labels[row][:, at] for row, at in enumerate(hop_at)])
+        labels = np.concatenate([self.past_labels, labels], axis=2)
         wave = np.concatenate([self.tail, wave], axis=1)
         self.tail = wave[:, -(FRAME - HOP) :].copy()
-        self.past_labels = labels[:, labels.shape[1] - self.delay :].copy()
-        return {"wave": wave, "label": labels[:, : self.half // HOP], "cold": cold}
+        self.past_labels = labels[:, :, labels.shape[2] - self.delay :].copy()
+        label, onset = labels[:, 0, : self.half // HOP], labels[:, 1, : self.half // HOP]
+        return {"wave": wave, "label": label, "onset": onset, "cold": cold}
 
 
 class DetectorModel:
@@ -198,10 +211,11 @@ class DetectorModel:
         return raw[:, :, 0].T, {"state": jax.lax.stop_gradient(state), "past": full[:, f.shape[1] :]}
 
     def loss(self, params: dict, carry: dict, stats: dict, batch: dict, stage: dict):
-        """Cross-entropy of the raw output with the delayed label."""
+        """Cross-entropy of the raw output with the delayed label; word starts may count for more."""
         raw, carry = self.scores(params, carry, stats, batch["wave"], batch["cold"])
         label = batch["label"]
-        return jnp.mean(jax.nn.softplus(raw) - label * raw), carry
+        weight = 1.0 + stage.get("onset", 0.0) * batch["onset"]
+        return jnp.mean(weight * (jax.nn.softplus(raw) - label * raw)), carry
 
     def arrays(self, batch: dict) -> dict:
         return batch

@@ -35,8 +35,9 @@ class Batch:
 class StreamMixer:
     """Mixes ``streams`` endless streams and cuts them into sequences."""
 
-    def __init__(self, pool: Pool, streams: int, step: int, seed, cold: float = 0.4):
-        self.pool, self.streams, self.step, self.cold_odds = pool, streams, step, cold
+    def __init__(self, pool: Pool, streams: int, step: int, seed, cold: float = 0.4, clean: float = 0.04):
+        self.pool, self.streams, self.step = pool, streams, step
+        self.cold_odds, self.clean_odds = cold, clean
         self.rng = np.random.default_rng(seed)
         self.length = segment_length(pool.rate)
         self.half = self.length // 2
@@ -93,7 +94,7 @@ class StreamMixer:
             speech_level = 0.0
             source, target = np.zeros_like(source), np.zeros_like(target)
             mix = self._noise()
-        elif kind < 0.10:
+        elif kind < 0.06 + self.clean_odds:
             mix = source + rng.normal(0.0, rng.uniform(0.0, 0.5), self.length).astype(np.float32)
         else:
             noise = self._noise()

@@ -41,7 +41,7 @@ class RecurrentModel:
 
     def mixer(self, pool: Pool, streams: int, seed) -> StreamMixer:
         """Endless streams out of ``pool``."""
-        return StreamMixer(pool, streams, self.step, seed)
+        return StreamMixer(pool, streams, self.step, seed, clean=self.config["training"].get("clean", 0.04))
 
     def init(self, rng: np.random.Generator) -> dict:
         """Random parameters."""
