@@ -147,6 +147,11 @@ void processFrame(const BenchModel& model, void* session, const float* in, int i
   if (status != 0) throw std::runtime_error(model.name + " refuses a frame");
 }
 
+double hopsPerSecond(const BenchModel& model) {
+  if (model.voice) return 100.0;
+  return static_cast<double>(model.rate) / model.weight->values().getReference<int>("Step");
+}
+
 std::vector<float> benchSignal(int rate, double seconds) {
   return orvel_test::toFloat(orvel_test::speechLike(rate, seconds));
 }

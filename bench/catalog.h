@@ -30,6 +30,9 @@ void closeSession(const BenchModel& model, void* session);
 void processFrame(const BenchModel& model, void* session, const float* in, int inRate, float* out,
                   int outRate);
 
+// Hops that the model makes of a second of audio.
+double hopsPerSecond(const BenchModel& model);
+
 // Speech-like sound with noise at that rate.
 std::vector<float> benchSignal(int rate, double seconds);
 

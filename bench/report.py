@@ -26,10 +26,14 @@ def micro(nanoseconds):
 
 
 def least_times(report):
-    """The least processor time of each benchmark's repetitions, in ns, and its last counters."""
+    """The least processor time of each benchmark's repetitions, in ns, and its last counters.
+
+    In the order in which the program lists them, which is not that of its random interleaving.
+    """
     unit = {"ns": 1.0, "us": 1e3, "ms": 1e6}
     times, counters = {}, {}
-    for run in report["benchmarks"]:
+    for run in sorted(report["benchmarks"],
+                      key=lambda run: (run["family_index"], run["per_family_instance_index"])):
         if run.get("run_type") == "aggregate" or "error_occurred" in run:
             continue
         name = run["run_name"]
@@ -122,15 +126,15 @@ def frames(results):
 def scale(results):
     rows = []
     for r in results["scale"]:
-        ratio = r["frame_ns_among_all"] / r["frame_ns_alone"]
+        ratio = r["hop_ns_among_all"] / r["hop_ns_alone"]
         rows.append([r["model"], r["rate"], r["sessions"], f"{r['bytes_per_session'] / 1024:.0f}",
                      f"{r['bytes_per_session'] * 10000 / 1e9:.2f}",
                      f"{r['first_creation_ns'] / 1e6:.2f}", f"{r['creation_ns'] / 1e6:.3f}",
-                     micro(r["frame_ns_alone"]), micro(r["frame_ns_among_all"]), f"{ratio:.2f}",
-                     micro(r["frame_ns_all_in_turn"])])
+                     micro(r["hop_ns_alone"]), micro(r["hop_ns_among_all"]), f"{ratio:.2f}",
+                     micro(r["hop_ns_all_in_turn"])])
     return table(["model", "rate", "sessions", "KiB each", "GB for 10 000", "first created, ms",
-                  "created, ms", "frame alone, µs", "frame beside all others, µs", "ratio",
-                  "frames of all in turn, µs"], rows)
+                  "created, ms", "hop alone, µs", "hop beside all others, µs", "ratio",
+                  "hops of all in turn, µs"], rows)
 
 
 def soak(results):

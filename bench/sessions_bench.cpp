@@ -32,12 +32,6 @@ void session(benchmark::State& state, const BenchModel& model, int rate) {
   closeSession(model, handle);
 }
 
-// Hops that the model makes of a second of audio.
-double hopsPerSecond(const BenchModel& model) {
-  if (model.voice) return 100.0;
-  return static_cast<double>(model.rate) / model.weight->values().getReference<int>("Step");
-}
-
 template <class Work>
 void perSecond(benchmark::State& state, const BenchModel& model, Work work) {
   HopFloor hop(*model.weight);

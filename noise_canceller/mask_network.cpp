@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include "noise_canceller/vector_functions.h"
+
 namespace ORVEL::NOISE_CANCELLER {
 
 namespace {
@@ -81,7 +83,7 @@ void MaskNetwork::evaluate(const float* input, float* output) {
   }
   const AffineBank& last = weights_->layers.back().bank;
   last.apply(x, output);
-  std::transform(output, output + last.outputs(), output, sigmoid);
+  sigmoids(output, output, last.outputs());
 }
 
 }  // namespace ORVEL::NOISE_CANCELLER

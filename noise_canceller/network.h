@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cmath>
 #include <cstddef>
 
 namespace ORVEL::NOISE_CANCELLER {
@@ -19,15 +18,12 @@ class Network {
   virtual void evaluate(const float* input, float* output) = 0;
 };
 
-/** Logistic function, in double precision. */
-inline float sigmoid(float value) {
-  return static_cast<float>(1.0 / (1.0 + std::exp(-static_cast<double>(value))));
-}
-
 /** Linear branch plus the rectified non-linear branch, both `count` values; y may be `linear`. */
 inline void addRectified(const float* nonLinear, const float* linear, float* y, std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) {
-    y[i] = nonLinear[i] >= 0.0F ? linear[i] + nonLinear[i] : linear[i];
+    // Without a branch, whose outcome nobody could foretell.
+    const float rectified = nonLinear[i] >= 0.0F ? nonLinear[i] : 0.0F;
+    y[i] = linear[i] + rectified;
   }
 }
 

@@ -1,7 +1,8 @@
 #include "noise_canceller/noise_average.h"
 
-#include <cmath>
 #include <string>
+
+#include "noise_canceller/vector_functions.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
@@ -24,18 +25,21 @@ NoiseAverage::NoiseAverage(const FrameParameters& frame, std::size_t frameCount)
     : begin_(frame.bandBegin),
       frameCount_(frameCount),
       sum_(frame.bandWidth(), 0.0F),
+      removed_(frame.bandWidth(), 0.0F),
       frames_(checkedValues(frame.bandWidth(), frameCount), 0.0F) {}
 
 void NoiseAverage::update(const Spectrum& spectrum, const std::vector<float>& gains) {
   float* slot = frames_.data() + oldest_ * sum_.size();
   const auto divisor = static_cast<float>(frameCount_);
   for (std::size_t k = 0; k < sum_.size(); ++k) {
-    const std::complex<float> removed = spectrum[begin_ + k] * (1.0F - gains[begin_ + k]);
-    const float magnitude = std::hypot(removed.real(), removed.imag());
-    const auto value = static_cast<float>(std::log(static_cast<double>(magnitude) + 1.0));
-    sum_[k] -= slot[k];
-    slot[k] = value / divisor;
-    sum_[k] += slot[k];
+    removed_[k] = static_cast<float>(powerOf(spectrum[begin_ + k] * (1.0F - gains[begin_ + k])));
+  }
+  squareRoots(removed_.data(), removed_.data(), removed_.size());
+  logarithms(removed_.data(), 1.0, 1.0, removed_.data(), removed_.size());
+  for (std::size_t k = 0; k < sum_.size(); ++k) {
+    const float share = removed_[k] / divisor;
+    sum_[k] = sum_[k] - slot[k] + share;
+    slot[k] = share;
   }
   oldest_ = (oldest_ + 1) % frameCount_;
 }

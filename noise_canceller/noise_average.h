@@ -27,6 +27,7 @@ class NoiseAverage {
   std::size_t frameCount_;
   std::size_t oldest_ = 0;
   std::vector<float> sum_;
+  std::vector<float> removed_;
   std::vector<float> frames_;
 };
 

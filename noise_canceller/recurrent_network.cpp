@@ -4,6 +4,8 @@
 #include <string>
 #include <utility>
 
+#include "noise_canceller/vector_functions.h"
+
 namespace ORVEL::NOISE_CANCELLER {
 
 namespace {
@@ -90,14 +92,18 @@ void RecurrentNetwork::resetState() {
   std::fill_n(stateAndInput_.begin(), weights_->stateLength, 0.0F);
 }
 
-void RecurrentNetwork::updateState(const float* y, const float* gate) {
-  const bool shared = weights_->gateLength == 1;
-  float z = sigmoid(gate[0]);
-  for (std::size_t i = 0; i < weights_->stateLength; ++i) {
-    if (!shared) {
-      z = sigmoid(gate[i]);
+void RecurrentNetwork::updateState(const float* y, float* gate) {
+  sigmoids(gate, gate, weights_->gateLength);
+  float* state = stateAndInput_.data();
+  const auto blend = [&](std::size_t i, float z) { state[i] = (1.0F - z) * state[i] + z * y[i]; };
+  if (weights_->gateLength == 1) {
+    for (std::size_t i = 0; i < weights_->stateLength; ++i) {
+      blend(i, gate[0]);
     }
-    stateAndInput_[i] = (1.0F - z) * stateAndInput_[i] + z * y[i];
+  } else {
+    for (std::size_t i = 0; i < weights_->stateLength; ++i) {
+      blend(i, gate[i]);
+    }
   }
 }
 
@@ -120,7 +126,7 @@ void RecurrentNetwork::evaluate(const float* input, float* output) {
   const AffineBank& last = weights_->layers.back();
   last.apply(x, output);
   if (weights_->output == Output::kSigmoidMask) {
-    std::transform(output, output + last.outputs(), output, sigmoid);
+    sigmoids(output, output, last.outputs());
   }
 }
 

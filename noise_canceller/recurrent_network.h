@@ -49,7 +49,7 @@ class RecurrentNetwork final : public Network {
   void resetState();
 
  private:
-  void updateState(const float* y, const float* gate);
+  void updateState(const float* y, float* gate);
 
   std::shared_ptr<const RecurrentNetworkWeights> weights_;
   /** The state, then the input: what the first layer takes. */

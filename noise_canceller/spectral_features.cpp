@@ -3,6 +3,8 @@
 #include <cmath>
 #include <utility>
 
+#include "noise_canceller/vector_functions.h"
+
 namespace ORVEL::NOISE_CANCELLER {
 
 namespace {
@@ -46,12 +48,12 @@ LogMagnitudeFeatures::LogMagnitudeFeatures(const FrameParameters& frame,
 }
 
 void LogMagnitudeFeatures::compute(const float* frame, const Spectrum& spectrum, float* features) {
-  const float scale = rescaler_.has_value() ? rescaler_->update(frame) : 1.0F;
+  const double scale = rescaler_.has_value() ? rescaler_->update(frame) : 1.0F;
   for (std::size_t k = 0; k < width_; ++k) {
-    const std::complex<float> bin = spectrum[begin_ + k];
-    const float magnitude = scale * std::hypot(bin.real(), bin.imag());
-    features[k] = static_cast<float>(std::log(static_cast<double>(magnitude) + 1.0));
+    features[k] = static_cast<float>(powerOf(spectrum[begin_ + k]));
   }
+  squareRoots(features, features, width_);
+  logarithms(features, scale, 1.0, features, width_);
 }
 
 LogPowerBandFeatures::LogPowerBandFeatures(const FrameParameters& frame,
@@ -63,17 +65,12 @@ LogPowerBandFeatures::LogPowerBandFeatures(const FrameParameters& frame,
       power_(bands_->bins()) {}
 
 void LogPowerBandFeatures::compute(const float* frame, const Spectrum& spectrum, float* features) {
-  const float scale = rescaler_.update(frame);
+  const double scale = rescaler_.update(frame);
   for (std::size_t k = 0; k < power_.size(); ++k) {
-    const std::complex<float> bin = spectrum[begin_ + k];
-    const double magnitude = scale * std::hypot(bin.real(), bin.imag());
-    power_[k] = static_cast<float>(magnitude * magnitude);
+    power_[k] = static_cast<float>(powerOf(spectrum[begin_ + k]));
   }
   bands_->compress(power_.data(), features);
-  for (std::size_t band = 0; band < bands_->bands(); ++band) {
-    features[band] =
-        static_cast<float>(std::log(static_cast<double>(features[band]) + kPowerOffset));
-  }
+  logarithms(features, scale * scale, kPowerOffset, features, bands_->bands());
 }
 
 }  // namespace ORVEL::NOISE_CANCELLER

@@ -153,7 +153,7 @@ class Trainer:
             slower = 1.0
             mixer = self.model.mixer(self.pool, self.streams, [self.seed, state["update"]])
             carry = self.model.carry(self.streams, state["stats"])
-            values, norms, usual = [], [], None
+            values, norms, usual, spread = [], [], None, 0.0
             for k in range(count):
                 batch = self.model.arrays(mixer.next())
                 params, optimiser, carry, value, norm = step(
@@ -161,7 +161,7 @@ class Trainer:
                 )
                 slower = min(1.0, slower * 1.005)
                 value = float(value)
-                if not np.isfinite(value) or (usual is not None and value > 3.0 * abs(usual) + 0.3):
+                if not np.isfinite(value + float(norm)) or (usual is not None and value > usual + max(1.0, 10.0 * spread)):
                     # The state loop is linear and can run away: go back, and start the streams anew.
                     print(f"rolled back at update {state['update'] + k}: loss {value}", flush=True)
                     params, optimiser = good[0]
@@ -169,6 +169,7 @@ class Trainer:
                     carry, usual = self.model.carry(self.streams, state["stats"]), None
                     continue
                 usual = value if usual is None else 0.98 * usual + 0.02 * value
+                spread = 0.98 * spread + 0.02 * abs(value - usual)
                 values.append(value)
                 norms.append(float(norm))
                 if k % 100 == 99:

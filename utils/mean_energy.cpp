@@ -1,10 +1,22 @@
 #include "utils/mean_energy.h"
 
+#include <array>
+#include <numeric>
+
 namespace ORVEL::UTILS {
 
 double frameEnergy(const float* samples, std::size_t count) {
-  double sum = 0.0;
-  for (std::size_t i = 0; i < count; ++i) {
+  // Several sums at once: additions to a single one would wait for each other.
+  std::array<double, 8> sums{};
+  std::size_t i = 0;
+  for (; i + sums.size() <= count; i += sums.size()) {
+    for (std::size_t lane = 0; lane < sums.size(); ++lane) {
+      const double sample = samples[i + lane];
+      sums[lane] += sample * sample;
+    }
+  }
+  double sum = std::accumulate(sums.begin(), sums.end(), 0.0);
+  for (; i < count; ++i) {
     const double sample = samples[i];
     sum += sample * sample;
   }
