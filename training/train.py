@@ -31,6 +31,7 @@ from training.pools import Pool, fill, segment_length
 from training.segments import SegmentMaker
 from training.weights_file import read_weights
 
+ROOT = Path(__file__).resolve().parent.parent
 VALID_SEGMENTS = 96
 CURVE_COLUMNS = ["update", "stage", "hours", "seconds", "train_loss", "valid_loss", "gradient_norm"]
 
@@ -107,13 +108,19 @@ class Trainer:
         self._steps[index] = (step, evaluate)
         return step, evaluate
 
+    def _configured_start(self) -> Path | None:
+        """The weight file, relative to the project, that the configuration starts from."""
+        name = self.config["training"].get("init_from")
+        return ROOT / name if name else None
+
     def _start(self) -> dict:
         state = checkpoint.load(self.work / "checkpoint.pkl")
         if state is not None:
             return {**state, "update": int(state["update"]), "seconds": float(state["seconds"])}
         stats_mixer = self.model.mixer(self.pool, self.streams, [self.seed, 7])
-        if self.args.init_from:
-            params, stats = self.model.from_entries(read_weights(self.args.init_from))
+        start = self.args.init_from or self._configured_start()
+        if start:
+            params, stats = self.model.from_entries(read_weights(start))
         else:
             params, stats = self.model.init(np.random.default_rng(self.seed)), None
         if stats is None:
@@ -161,7 +168,8 @@ class Trainer:
                 )
                 slower = min(1.0, slower * 1.005)
                 value = float(value)
-                if not np.isfinite(value + float(norm)) or (usual is not None and value > usual + max(1.0, 10.0 * spread)):
+                broken = not np.isfinite(value + float(norm))
+                if broken or (usual is not None and value > usual + max(1.0, 10.0 * spread)):
                     # The state loop is linear and can run away: go back, and start the streams anew.
                     print(f"rolled back at update {state['update'] + k}: loss {value}", flush=True)
                     params, optimiser = good[0]
@@ -212,7 +220,7 @@ def main(arguments: list[str] | None = None) -> None:
     parser.add_argument("--out", help="folder of the exported files (default: in the work folder)")
     parser.add_argument("--pool", help="an existing pool to share instead of the run's own")
     parser.add_argument("--workers", type=int, default=1, help="processes that renew the pool")
-    parser.add_argument("--init-from", help="weight file to start from")
+    parser.add_argument("--init-from", help="weight file to start from (default: the configuration's)")
     parser.add_argument("--stop-after", type=int, help="stop at this update, to be resumed later")
     args = parser.parse_args(arguments)
     with open(args.config, "rb") as handle:
