@@ -1,3 +1,4 @@
 # Full-band speech at 32 kHz
 WEIGHT orvel-32k.bin
+ORVEL_SMOOT_RM_MODIFY_v0_0_5 TRUE
 ORVEL_COMPRESS_RATE_v0_0_5 3

@@ -35,8 +35,8 @@ not natively, some German, Russian and Italian; other languages work as far as t
 background count as noise only when they are many. Music and singing are treated as noise. Speech that lies below
 the noise loses words; what is left of a noise that resembles speech can be heard as short tones.""",
     "detect": """Scores voices of any kind: a single voice in the background is speech to it. Singing and some animal
-sounds can be taken for speech. The labels that it learned from lie 20 ms late, so the score lags the voice by 20 to
-30 ms; a caller who cuts audio at the score should keep 50 ms before it.""",
+sounds can be taken for speech. The score agrees best with the voice 30 to 60 ms after it; a caller who cuts audio at
+the score should keep 60 ms before it.""",
 }
 
 
@@ -74,8 +74,12 @@ def card_text(config: dict, entries: dict, weights: Path, metrics: str, command:
         lines.append(f"| Training | {last['update']} updates, {float(last['hours']):.0f} hours of fresh mixes |")
     lines += ["", "## Data and licences", "", SOURCES, "", "## Measured", ""]
     if metrics:
-        lines += ["Through the emulated chain, on speakers and recordings that training did not see:", ""]
+        lines += ["Through the emulated chain, on speakers and recordings that training did not see; `training.evalset`"]
+        lines += ["makes them (60 pairs of 6 s at 16 kHz, 40 at 8 and 32 kHz, 10 streams for the detector):", ""]
         lines += ["```", f"$ {command}", metrics.rstrip(), "```", ""]
+    if any(stage.get("opinion") for stage in config["stage"]):
+        lines += ["DNSMOS' network was part of the last stage's loss: `sig`, `bak` and `ovrl` are no independent judges."]
+        lines += [""]
     lines += ["`make evaluate` measures the built library beside other systems; its report is `docs/quality.md`.", ""]
     if detector:
         low, high = (float(v) for v in entries["Test_MINMAX"])
