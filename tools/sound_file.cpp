@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <mutex>
 #include <system_error>
 
 #include "tools/sample_codec.h"
@@ -26,13 +27,22 @@ constexpr std::size_t kFramesPerWrite = 4096;
   throw ToolError(ExitCode::input, name + ": " + reason);
 }
 
+// libsndfile keeps what it has to say about a file that it cannot open in one place for all threads.
+std::mutex openMutex;
+
 // libsndfile closes the descriptor it was given when it cannot open the file, whether it was told to
 // or not. It gets one of its own, so that nobody closes a descriptor twice: another thread may
-// have opened a file under the same number in between.
-SNDFILE* openDuplicate(int descriptor, int mode, SF_INFO& info) {
+// have opened a file under the same number in between. `reason` is set where null is returned.
+SNDFILE* openDuplicate(int descriptor, int mode, SF_INFO& info, std::string& reason) {
   const int own = ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
-  if (own < 0) return nullptr;
-  return sf_open_fd(own, mode, &info, SF_TRUE);
+  if (own < 0) {
+    reason = std::generic_category().message(errno);
+    return nullptr;
+  }
+  const std::lock_guard lock(openMutex);
+  SNDFILE* file = sf_open_fd(own, mode, &info, SF_TRUE);
+  if (file == nullptr) reason = sf_strerror(nullptr);
+  return file;
 }
 
 }  // namespace
@@ -45,8 +55,9 @@ SoundFileReader::SoundFileReader(const std::filesystem::path& path) : name_(path
   if (::fstat(fd_.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     failInput(name_, S_ISDIR(status.st_mode) ? "is a directory" : "is not a regular file");
   }
-  file_.reset(openDuplicate(fd_.get(), SFM_READ, info_));
-  if (!file_) failInput(name_, std::string("no audio that can be read: ") + sf_strerror(nullptr));
+  std::string reason;
+  file_.reset(openDuplicate(fd_.get(), SFM_READ, info_, reason));
+  if (!file_) failInput(name_, "no audio that can be read: " + reason);
   if (info_.channels < 1) failInput(name_, "has no channels");
   if (info_.samplerate < kLowestRate || info_.samplerate > kHighestRate) {
     failInput(name_, "sample rate " + std::to_string(info_.samplerate) + " Hz is not within " +
@@ -93,11 +104,9 @@ SoundFileWriter::SoundFileWriter(const std::filesystem::path& path, int format,
   info.format = format;
   info.samplerate = spec.sampleRate;
   info.channels = spec.channels;
-  file_.reset(openDuplicate(pending_.descriptor(), SFM_WRITE, info));
-  if (!file_) {
-    throw ToolError(ExitCode::output,
-                    name_ + ": cannot write this format: " + sf_strerror(nullptr));
-  }
+  std::string reason;
+  file_.reset(openDuplicate(pending_.descriptor(), SFM_WRITE, info, reason));
+  if (!file_) throw ToolError(ExitCode::output, name_ + ": cannot write this format: " + reason);
   sf_command(file_.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
 }
 
