@@ -1,8 +1,9 @@
 #include "noise_canceller/gain_chain.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
+
+#include "noise_canceller/vector_functions.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
@@ -51,12 +52,11 @@ void GainChain::square() {
 }
 
 void GainChain::modifySoftly() {
-  for (float& gain : incoming_) {
-    const double g = gain;
-    const double distance = (g - kKnee) / kKnee;
-    gain = static_cast<float>(g * g / (1.0 + std::exp(-kSquareSlope * distance)) +
-                              g / (1.0 + std::exp(kKeepSlope * distance)));
-  }
+  // With e = exp(distance from the knee, in knees): g^2 / (1 + e^-3) + g / (1 + e).
+  static_assert(kSquareSlope == 3.0 && kKeepSlope == 1.0);
+  combineWithExponentials(
+      incoming_.data(), 1.0 / kKnee, -1.0, incoming_.data(), incoming_.size(),
+      [](double e, double g) { return g * g / (1.0 + 1.0 / (e * e * e)) + g / (1.0 + e); });
 }
 
 void GainChain::applyRmThreshold() {

@@ -14,7 +14,7 @@ namespace detail {
 /** Numbers out of range give what the scalar functions give, silently. */
 inline constexpr MKL_INT64 kQuietly = VML_ERRMODE_IGNORE | VML_FTZDAZ_CURRENT;
 
-/** y = last(function(first(x))), in pieces that stay in the nearest cache. */
+/** y = last(function(first(x)), x), in pieces that stay in the nearest cache. */
 template <class First, class Last>
 void mapInDouble(const float* x, float* y, std::size_t count, First first,
                  void (*function)(MKL_INT, const double*, double*, MKL_INT64), Last last) {
@@ -29,25 +29,32 @@ void mapInDouble(const float* x, float* y, std::size_t count, First first,
     // Low accuracy in double precision is far more than a float holds.
     function(static_cast<MKL_INT>(length), values, values, VML_LA | kQuietly);
     for (std::size_t i = 0; i < length; ++i) {
-      y[begin + i] = static_cast<float>(last(values[i]));
+      y[begin + i] = static_cast<float>(last(values[i], static_cast<double>(x[begin + i])));
     }
   }
 }
 
 }  // namespace detail
 
+/** y = combine(e^(scale * x + offset), x), in double precision. */
+template <class Combine>
+void combineWithExponentials(const float* x, double scale, double offset, float* y,
+                             std::size_t count, Combine combine) {
+  detail::mapInDouble(
+      x, y, count, [=](double value) { return scale * value + offset; }, vmdExp, combine);
+}
+
 /** y = 1 / (1 + e^-x), in double precision. */
 inline void sigmoids(const float* x, float* y, std::size_t count) {
-  detail::mapInDouble(
-      x, y, count, [](double value) { return -value; }, vmdExp,
-      [](double power) { return 1.0 / (1.0 + power); });
+  combineWithExponentials(x, -1.0, 0.0, y, count,
+                          [](double power, double) { return 1.0 / (1.0 + power); });
 }
 
 /** y = ln(scale * x + offset), in double precision. */
 inline void logarithms(const float* x, double scale, double offset, float* y, std::size_t count) {
   detail::mapInDouble(
       x, y, count, [=](double value) { return scale * value + offset; }, vmdLn,
-      [](double logarithm) { return logarithm; });
+      [](double logarithm, double) { return logarithm; });
 }
 
 inline void squareRoots(const float* x, float* y, std::size_t count) {
