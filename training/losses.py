@@ -68,10 +68,9 @@ class OutputWeights:
 def _stft(wave: jax.Array, size: int) -> jax.Array:
     hop = size // 2
     count = wave.shape[1] // hop * hop
-    blocks = wave[:, :count].reshape(wave.shape[0], -1, hop)
     window = np.sqrt(0.5 - 0.5 * np.cos(2.0 * np.pi * (np.arange(size) + 0.5) / size)).astype(np.float32)
     window /= np.sqrt(np.sum(np.square(window)))
-    return jnp.fft.rfft(jnp.concatenate([blocks[:, :-1], blocks[:, 1:]], axis=2) * window)
+    return jnp.fft.rfft(frames(wave[:, :count], hop) * window)
 
 
 def _compressed_error(out: jax.Array, want: jax.Array, alpha: float, keep: jax.Array | float) -> jax.Array:

@@ -13,6 +13,8 @@ import jax
 import jax.numpy as jnp
 import numpy as np
 
+from training.chain import frames
+
 BANDS = 42
 ACTIVE_LEVEL = 3162.0  # amplitude units of P.862 that stand for speech at 79 dB
 POWER_SCALE = 6.91e-6  # P.862, 16 kHz
@@ -44,9 +46,8 @@ def bark_matrix(rate: int, size: int) -> tuple[np.ndarray, np.ndarray, np.ndarra
 def _bands(wave: jax.Array, rate: int, size: int) -> jax.Array:
     hop = size // 2
     count = wave.shape[1] // hop
-    blocks = wave[:, : count * hop].reshape(wave.shape[0], count, hop)
     window = (0.5 - 0.5 * np.cos(2.0 * np.pi * np.arange(size) / size)).astype(np.float32)
-    spectrum = jnp.fft.rfft(jnp.concatenate([blocks[:, :-1], blocks[:, 1:]], axis=2) * window)
+    spectrum = jnp.fft.rfft(frames(wave[:, : count * hop], hop) * window)
     # The scale belongs to frames of 512 samples; the sum over a window grows with its square.
     power = (jnp.square(spectrum.real) + jnp.square(spectrum.imag)) * np.float32(POWER_SCALE * (512.0 / size) ** 2)
     return power @ bark_matrix(rate, size)[0]

@@ -14,6 +14,8 @@ import jax
 import jax.numpy as jnp
 import numpy as np
 
+from training.chain import frames
+
 RATE = 16000
 FRAME, HOP = 320, 160
 # Raw outputs to opinion scores, highest power first: P.835 speech, background, overall.
@@ -51,7 +53,6 @@ def load_network() -> dict:
         "transform": transform,
         "convolutions": convolutions,
         "dense": dense,
-        "exponent": float(names["Pow"][0]),
         "least": float(names["Max"][0]),
         "divisor": float(names["Div"][0]),
     }
@@ -70,9 +71,8 @@ def resampled(wave: jax.Array, rate: int) -> jax.Array:
 def opinion(network: dict, wave: jax.Array) -> jax.Array:
     """(waves, 3) speech, background and overall opinion of (waves, samples), full scale 1."""
     count = (wave.shape[1] - FRAME) // HOP + 1
-    blocks = wave[:, : (count + 1) * HOP].reshape(wave.shape[0], count + 1, HOP)
-    frames = jnp.concatenate([blocks[:, :-1], blocks[:, 1:]], axis=2)
-    real, imaginary = (frames @ matrix for matrix in network["transform"])
+    halves = frames(wave[:, : (count + 1) * HOP], HOP)
+    real, imaginary = (halves @ matrix for matrix in network["transform"])
     power = jnp.square(real) + jnp.square(imaginary)
     level = jnp.log(jnp.maximum(power, network["least"])) / network["divisor"]
     x = level[:, :, :, None]
