@@ -1,7 +1,8 @@
-"""Warm start of one recurrent model from another whose bands lie in the same places.
+"""Warm start of one recurrent model from another: of other bands, or with fewer units.
 
 Bands of equal position and width in Hz keep their input rows and output columns; what only the new
-model has starts small, and its outputs start like those of the nearest band.
+model has starts small, and its outputs start like those of the nearest band. Additional units start
+with random inputs and without any effect on the others, so a widened network computes the same.
 """
 
 from __future__ import annotations
@@ -41,4 +42,26 @@ def adapt(params: dict, source: Shape, target: Shape, rng: np.random.Generator) 
         out[key] = new.reshape(-1, old.shape[2]).astype(np.float32)
     out["O"] = np.ascontiguousarray(params["O"][:, nearest])
     out["o"] = np.ascontiguousarray(params["o"][nearest])
+    return out
+
+
+def widen(params: dict, hidden: int, rng: np.random.Generator) -> dict:
+    """The same function with ``hidden`` units in every layer; only more, never fewer."""
+    old = params["a"].shape[0]
+    if hidden < old:
+        raise ValueError(f"a network of {old} units cannot become one of {hidden}")
+    return {name: _widened(name, value, old, hidden, rng) for name, value in params.items()}
+
+
+def _widened(name: str, value: np.ndarray, old: int, new: int, rng: np.random.Generator) -> np.ndarray:
+    from_units = name[1:] == "h" or name[1:].isdigit() or name == "O"
+    to_units = value.shape[-1] == old and name not in ("O", "o")
+    rows = [] if value.ndim == 1 else [new if from_units else value.shape[0]]
+    out = np.zeros([*rows, new if to_units else value.shape[-1]], np.float32)
+    if to_units and value.ndim == 2:
+        # As spread out as the old columns, whose scale training has settled.
+        out[:, old:] = rng.normal(0.0, np.std(value), (out.shape[0], new - old))
+    elif to_units:
+        out[old:] = rng.permutation(np.resize(value, new - old)) if name == "g" else 0.0
+    out[tuple(slice(n) for n in value.shape)] = value
     return out

@@ -141,10 +141,10 @@ class StreamMixer:
         self.tracker.reset(cold)
         self.tail_noisy[cold] = 0.0
         self.tail_target[cold] = 0.0
-        start = np.where(second, self.half, 0)
-        columns = start[:, None] + np.arange(self.half)[None, :]
-        noisy = np.concatenate([self.tail_noisy, self.noisy[rows[:, None], columns]], axis=1)
-        target = np.concatenate([self.tail_target, self.target[rows[:, None], columns]], axis=1)
+        noisy, target = (
+            np.concatenate([tail, np.where(second[:, None], wave[:, self.half : 2 * self.half], wave[:, : self.half])], axis=1)
+            for tail, wave in ((self.tail_noisy, self.noisy), (self.tail_target, self.target))
+        )
         self.tail_noisy = noisy[:, -self.step :].copy()
         self.tail_target = target[:, -self.step :].copy()
         gain = self.tracker.gains(frame_energies(noisy, self.step))

@@ -45,13 +45,19 @@ def layer_count(params: dict) -> int:
     return 2 + sum(1 for name in params if name[0] == "A" and name[1:].isdigit())
 
 
+# Bound on the gradient that the loop carries back, in units of the largest that enters at any hop.
+# The loop may amplify for a while; without a bound a few streams drown the others of the batch.
+GRADIENT_BOUND = 5.0
+
+
 @jax.custom_vjp
 def gated_loop(ready: jax.Array, loop: jax.Array, state: jax.Array):
     """The state loop of the first layer: its values per hop and the final state.
 
     ``ready`` is (hops, streams, 3 * hidden), what the input gives to the branches and the gate;
     ``loop`` is (hidden, 3 * hidden). Differentiated by hand: the gradient of ``loop`` is one product
-    over all hops after the backward loop, instead of a sum that every hop adds a full matrix to.
+    over all hops after the backward loop, instead of a sum that every hop adds a full matrix to; and
+    the gradient of each stream's state stays within ``GRADIENT_BOUND``.
     """
     return _loop_forward(ready, loop, state)[0]
 
@@ -73,13 +79,16 @@ def _loop_backward(saved, grads):
     y, z, on, before, loop = saved
     d_y, d_last = grads
     back = loop.T
+    top = GRADIENT_BOUND * jnp.max(jnp.linalg.norm(d_y, axis=2, keepdims=True), axis=0)
 
     def hop(d_state, at):
         d_y, y, z, on, before = at
         d_y = d_y + d_state * z
         d_z = d_state * (y - before) * z * (1.0 - z)
         d_v = jnp.concatenate([jnp.where(on, d_y, 0.0), d_y, d_z], axis=1)
-        return d_state * (1.0 - z) + d_v @ back, d_v
+        d_state = d_state * (1.0 - z) + d_v @ back
+        size = jnp.linalg.norm(d_state, axis=1, keepdims=True)
+        return d_state * jnp.minimum(1.0, top / (size + 1e-20)), d_v
 
     d_start, d_ready = jax.lax.scan(hop, d_last, (d_y, y, z, on, before), reverse=True)
     hidden = before.shape[2]

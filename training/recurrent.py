@@ -7,7 +7,7 @@ import jax.numpy as jnp
 import numpy as np
 
 from training import chain, losses
-from training.adapt import adapt
+from training.adapt import adapt, widen
 from training.mixing import Batch, StreamMixer
 from training.pools import Pool
 from training.network import init_recurrent, recurrent_entries, recurrent_params, run_recurrent
@@ -131,9 +131,11 @@ class RecurrentModel:
     def from_entries(self, entries: dict) -> tuple[dict, dict | None]:
         """Parameters and statistics of an exported model.
 
-        A model of another rate is adapted band by band; its statistics do not fit and are None.
+        A narrower network is widened. A model of another rate is adapted band by band; its
+        statistics do not fit and are None.
         """
-        params, bands = recurrent_params(entries), self.shape.bands
+        bands, rng = self.shape.bands, np.random.default_rng(0)
+        params = widen(recurrent_params(entries), self.hidden, rng)
         compression = entries.get("CompressionRate", 2)
         source = chain.Shape(
             entries["SampleRate"],
@@ -145,4 +147,4 @@ class RecurrentModel:
         )
         if source == self.shape:
             return params, {"MU": entries["MU"][:bands], "SD": entries["SD"][:bands]}
-        return adapt(params, source, self.shape, np.random.default_rng(0)), None
+        return adapt(params, source, self.shape, rng), None

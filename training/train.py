@@ -160,7 +160,7 @@ class Trainer:
             slower = 1.0
             mixer = self.model.mixer(self.pool, self.streams, [self.seed, state["update"]])
             carry = self.model.carry(self.streams, state["stats"])
-            values, norms, usual, spread = [], [], None, 0.0
+            values, norms, usual, spread, strikes = [], [], None, 0.0, 0
             for k in range(count):
                 batch = self.model.arrays(mixer.next())
                 params, optimiser, carry, value, norm = step(
@@ -170,12 +170,16 @@ class Trainer:
                 value = float(value)
                 broken = not np.isfinite(value + float(norm))
                 if broken or (usual is not None and value > usual + max(1.0, 10.0 * spread)):
-                    # The state loop is linear and can run away: go back, and start the streams anew.
-                    print(f"rolled back at update {state['update'] + k}: loss {value}", flush=True)
-                    params, optimiser = good[0]
-                    good, slower = [good[0]] * 2, 0.5 * slower
-                    carry, usual = self.model.carry(self.streams, state["stats"]), None
+                    # The state loop is linear and can run away: start the streams anew. The bounded
+                    # step away from it stands, unless it does not help: then go back.
+                    strikes += 1
+                    carry = self.model.carry(self.streams, state["stats"])
+                    if broken or strikes > 2:
+                        print(f"rolled back at update {state['update'] + k}: loss {value}", flush=True)
+                        params, optimiser = good[0]
+                        good, slower, usual, strikes = [good[0]] * 2, 0.5 * slower, None, 0
                     continue
+                strikes = 0
                 usual = value if usual is None else 0.98 * usual + 0.02 * value
                 spread = 0.98 * spread + 0.02 * abs(value - usual)
                 values.append(value)

@@ -5,10 +5,10 @@ import pytest
 from conftest import CONFIGS, config
 
 from training import chain
-from training.adapt import adapt, band_edges
+from training.adapt import adapt, band_edges, widen
 from training.bands import compressed_widths, compression_matrix, expansion_index, pooling_matrix
 from training.kinds import make_model
-from training.network import gated_loop
+from training.network import gated_loop, init_recurrent, run_recurrent
 from training.tracker import RescaleTracker
 
 
@@ -94,6 +94,19 @@ def test_other_rates_start_from_the_default_band_by_band(name, shared):
     np.testing.assert_array_equal(new["Ax"][:shared], old["Ax"][:shared])
     np.testing.assert_array_equal(new["O"][:, :shared], old["O"][:, :shared])
     assert new["O"].shape == (old["O"].shape[0], target.shape.bands)
+
+
+def test_a_widened_network_computes_the_same():
+    rng = np.random.default_rng(6)
+    narrow = init_recurrent(rng, inputs=5, hidden=7, layers=4, outputs=3)
+    wide = widen(narrow, 12, rng)
+    inputs = rng.normal(size=(20, 2, 5)).astype(np.float32)
+    want, _, _ = run_recurrent(narrow, inputs, np.zeros((2, 7), np.float32))
+    got, _, first = run_recurrent(wide, inputs, np.zeros((2, 12), np.float32))
+    np.testing.assert_allclose(got, want, atol=1e-5)
+    assert np.std(first[:, :, 7:]) > 0.01, "the new units must have something to learn from"
+    with pytest.raises(ValueError, match="12 units cannot become one of 7"):
+        widen(wide, 7, rng)
 
 
 @pytest.mark.parametrize("name", sorted(path.stem for path in CONFIGS.glob("*.toml")))
