@@ -10,7 +10,6 @@ from training.adapt import widen
 from training.bands import pooling_matrix
 from training.chain import hamming_window
 from training.corpus import active_rms
-from training.losses import range_penalty
 from training.network import init_recurrent, recurrent_entries, recurrent_params, run_recurrent
 from training.pools import Pool, segment_length
 
@@ -117,31 +116,24 @@ class DetectorMixer:
             if kinds[slot]:
                 return slot
 
-    def _speech(self) -> tuple[np.ndarray, np.ndarray]:
-        """A segment and its target; rooms, whose tails blur the labels, are taken less often than they come."""
-        while True:
-            source, target = self.pool.speech[self._slot(self.pool.speech_kind), :, : self.length].astype(np.float32)
-            if self.rng.random() < 0.35 or np.array_equal(source, target):
-                return source, target
-
     def _refill(self, stream: int) -> None:
         rng = self.rng
-        source, target = self._speech()
+        source, target = self.pool.speech[self._slot(self.pool.speech_kind), :, : self.length].astype(np.float32)
         level = active_rms(target, RATE)
         if rng.random() < 0.12 or level < 1.0:
             source, target, level = np.zeros_like(source), np.zeros_like(target), 0.0
-        elif rng.random() < 0.6:  # speech comes and goes
+        elif rng.random() < 0.45:  # speech comes and goes
             gate = np.zeros(self.length, np.float32)
             for _ in range(rng.integers(1, 3)):
                 begin = rng.integers(0, self.length)
                 gate[begin : begin + int(rng.exponential(2.0) * RATE)] = 1.0
             source, target = source * gate, target * gate
         noise = np.zeros(self.length, np.float32)
-        for k in range(rng.choice(3, p=(0.8, 0.15, 0.05)) + 1):
+        for k in range(rng.choice(3, p=(0.65, 0.27, 0.08)) + 1):
             part = self.pool.noise[self._slot(self.pool.noise_kind)][: self.length].astype(np.float32)
             noise += np.roll(part, rng.integers(self.length)) * (1.0 if k == 0 else 10.0 ** rng.uniform(-0.75, 0.15))
         noise_level = np.sqrt(np.mean(np.square(noise))) + 1e-3
-        ratio = 60.0 if rng.random() < 0.06 else np.clip(rng.normal(7.0, 7.0), -6.0, 35.0)
+        ratio = 60.0 if rng.random() < 0.06 else np.clip(rng.normal(6.0, 8.0), -8.0, 35.0)
         reference = level if level > 0.0 else noise_level
         mix = source + noise * (reference / noise_level * 10.0 ** (-ratio / 20.0) if level > 0.0 else 1.0)
         total = np.sqrt(np.mean(np.square(mix))) + 1e-3
@@ -210,26 +202,21 @@ class DetectorModel:
 
     def scores(self, params: dict, carry: dict, stats: dict, wave: jax.Array, cold: jax.Array):
         """Raw outputs (streams, hops) for a levelled wave with history, and the next carry."""
-        raw, _, carry = self._run(params, carry, stats, wave, cold)
-        return raw, carry
-
-    def _run(self, params: dict, carry: dict, stats: dict, wave: jax.Array, cold: jax.Array):
-        """``scores`` with the first layer's values in between."""
         fresh = self.carry(wave.shape[0], stats)
         state = jnp.where(cold[:, None], 0.0, carry["state"])
         past = jnp.where(cold[:, None, None], fresh["past"], carry["past"])
         f = (raw_features(wave) - stats["MU"]) / jnp.sqrt(stats["SD"] + VARIANCE_FLOOR)
         full = jnp.concatenate([past, f], axis=1)
         inputs = jnp.concatenate([full[:, k : k + f.shape[1]] for k in range(HISTORY)], axis=2)
-        raw, state, first = run_recurrent(params, inputs.transpose(1, 0, 2), state)
-        return raw[:, :, 0].T, first, {"state": jax.lax.stop_gradient(state), "past": full[:, f.shape[1] :]}
+        raw, state, _ = run_recurrent(params, inputs.transpose(1, 0, 2), state)
+        return raw[:, :, 0].T, {"state": jax.lax.stop_gradient(state), "past": full[:, f.shape[1] :]}
 
     def loss(self, params: dict, carry: dict, stats: dict, batch: dict, stage: dict):
         """Cross-entropy of the raw output with the delayed label; word starts may count for more."""
-        raw, first, carry = self._run(params, carry, stats, batch["wave"], batch["cold"])
+        raw, carry = self.scores(params, carry, stats, batch["wave"], batch["cold"])
         label = batch["label"]
         weight = 1.0 + stage.get("onset", 0.0) * batch["onset"]
-        return jnp.mean(weight * (jax.nn.softplus(raw) - label * raw)) + range_penalty(first), carry
+        return jnp.mean(weight * (jax.nn.softplus(raw) - label * raw)), carry
 
     def arrays(self, batch: dict) -> dict:
         return batch
