@@ -45,8 +45,10 @@ def draw_examples(examples: list[tuple[Pair, np.ndarray]], path: Path) -> None:
     )
     for row, (pair, cleaned) in zip(axes, examples):
         for axis, wave in zip(row, (pair.noisy, cleaned, pair.clean)):
+            # Noise far below the scale keeps digital silence finite: minus infinity would draw white.
+            floor = np.random.default_rng(0).normal(0.0, 1e-7, len(wave))
             axis.specgram(
-                wave + 1e-7, NFFT=512, noverlap=256, Fs=pair.rate, mode="psd", cmap="magma",
+                wave + floor, NFFT=512, noverlap=256, Fs=pair.rate, mode="psd", cmap="magma",
                 vmin=LOWEST_DB, vmax=HIGHEST_DB,
             )
         ratio, room = pair.info.get("snr_db"), pair.info.get("reverberant")
