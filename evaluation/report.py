@@ -218,5 +218,10 @@ def write(results: dict, docs: Path, curves: Path) -> None:
             "orvel-16k, clean.\n\n![Spectrograms](img/spectrograms.png)\n"
         )
     if pictures.draw_curves(curves, images / "learning-curves.png"):
-        parts.append("## Learning curves\n\n![Learning curves](img/learning-curves.png)\n")
+        parts.append(
+            "## Learning curves\n\n"
+            "Where a stage brings new terms into the loss, or other weights of them, the curve jumps:\n"
+            "only what lies between two jumps can be compared.\n\n"
+            "![Learning curves](img/learning-curves.png)\n"
+        )
     (docs / "quality.md").write_text("\n".join(part.rstrip() + "\n" for part in parts))
