@@ -1,7 +1,7 @@
 """Long hostile inputs through a model's emulated chain: ``python -m training.bounded --config F --weights F``.
 
-Prints for 60 s each of silence, full-scale noise, faint noise, tone, square wave, clicks, DC and
-bursts the largest state of the first and of the last half and the largest output; fails when a
+Prints for 60 s each of silence, full-scale noise, faint noise, tone, square wave, clicks at several
+densities, DC and bursts the largest state of the first and of the last half and the largest output; fails when a
 value is not finite or the state still grows at the end.
 """
 
@@ -25,21 +25,31 @@ from training.weights_file import read_weights
 SECONDS = 60
 
 
+def clicks(rng: np.random.Generator, rate: int, per_second: int) -> np.ndarray:
+    """Half of them regular and of full scale, half at random times and of random height.
+
+    Single samples fill all bands at once, which is what starts a state loop that is too strong.
+    """
+    wave = np.zeros(SECONDS * rate)
+    at = rng.integers(0, len(wave), SECONDS * per_second // 2)
+    wave[at] = rng.uniform(-32768.0, 32767.0, len(at))
+    wave[:: 2 * rate // per_second] = 32767.0
+    return wave
+
+
 def hostile_inputs(rate: int) -> dict[str, np.ndarray]:
     """Waves in 16-bit units by name."""
     rng = np.random.default_rng(1)
     count = SECONDS * rate
     time = np.arange(count) / rate
     burst = rng.normal(0.0, 9000.0, count) * (np.sin(2 * np.pi * 0.5 * time) > 0.6)
-    clicks = np.zeros(count)
-    clicks[:: rate // 3] = 32767.0
     waves = {
         "silence": np.zeros(count),
         "full-scale noise": rng.uniform(-32768.0, 32767.0, count),
         "faint noise": rng.normal(0.0, 1.0, count),
         "tone": 30000.0 * np.sin(2 * np.pi * 1000.0 * time),
         "square": 32767.0 * np.sign(np.sin(2 * np.pi * 220.0 * time)),
-        "clicks": clicks,
+        **{f"{rate_hz} clicks a second": clicks(rng, rate, rate_hz) for rate_hz in (3, 12, 40)},
         "dc": np.full(count, 20000.0),
         "bursts": burst,
     }
@@ -90,7 +100,7 @@ def main() -> None:
         first, last, loudest = largest_values(model, params, stats, wave)
         bad = not np.isfinite(first + last + loudest) or last > 2.0 * first + 1.0
         failed |= bad
-        print(f"{name:17s} state {first:8.2f} then {last:8.2f}  output {loudest:9.1f}{'  UNBOUNDED' if bad else ''}")
+        print(f"{name:19s} state {first:8.2f} then {last:8.2f}  output {loudest:9.1f}{'  UNBOUNDED' if bad else ''}")
     if failed:
         raise SystemExit(1)
 
