@@ -129,6 +129,9 @@ class StreamMixer:
             mix, target = scipy.fft.irfft(both, self.length)
         return mix.astype(np.float32), target.astype(np.float32)
 
+    def _half_of(self, wave: np.ndarray, second: np.ndarray) -> np.ndarray:
+        return np.where(second[:, None], wave[:, self.half : 2 * self.half], wave[:, : self.half])
+
     def next(self) -> Batch:
         """The next sequence of every stream."""
         self.turn += 1
@@ -141,10 +144,8 @@ class StreamMixer:
         self.tracker.reset(cold)
         self.tail_noisy[cold] = 0.0
         self.tail_target[cold] = 0.0
-        noisy, target = (
-            np.concatenate([tail, np.where(second[:, None], wave[:, self.half : 2 * self.half], wave[:, : self.half])], axis=1)
-            for tail, wave in ((self.tail_noisy, self.noisy), (self.tail_target, self.target))
-        )
+        noisy = np.concatenate([self.tail_noisy, self._half_of(self.noisy, second)], axis=1)
+        target = np.concatenate([self.tail_target, self._half_of(self.target, second)], axis=1)
         self.tail_noisy = noisy[:, -self.step :].copy()
         self.tail_target = target[:, -self.step :].copy()
         gain = self.tracker.gains(frame_energies(noisy, self.step))
