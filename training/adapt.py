@@ -55,7 +55,7 @@ def widen(params: dict, hidden: int, rng: np.random.Generator) -> dict:
 
 def _widened(name: str, value: np.ndarray, old: int, new: int, rng: np.random.Generator) -> np.ndarray:
     from_units = name[1:] == "h" or name[1:].isdigit() or name == "O"
-    to_units = value.shape[-1] == old and name not in ("O", "o")
+    to_units = name not in ("O", "o")
     rows = [] if value.ndim == 1 else [new if from_units else value.shape[0]]
     out = np.zeros([*rows, new if to_units else value.shape[-1]], np.float32)
     if to_units and value.ndim == 2:

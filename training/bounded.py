@@ -1,8 +1,8 @@
 """Long hostile inputs through a model's emulated chain: ``python -m training.bounded --config F --weights F``.
 
 Prints for 60 s each of silence, full-scale noise, faint noise, tone, square wave, clicks at several
-densities, DC and bursts the largest state of the first and of the last half and the largest output; fails when a
-value is not finite or the state still grows at the end.
+densities, DC and bursts the largest state of the first and of the last half and the largest output;
+fails when a value is not finite or the state still grows at the end.
 """
 
 from __future__ import annotations
