@@ -17,8 +17,9 @@ import tomllib
 import jax
 import numpy as np
 
-from training.detector import FRAME, HOP, REFERENCE, DetectorModel, levelled
+from training.detector import FRAME, DetectorModel
 from training.kinds import make_model
+from training.level import HOP, REFERENCE, levelled
 from training.tracker import RescaleTracker, frame_energies
 from training.weights_file import read_weights
 

@@ -17,44 +17,12 @@ import scipy.fft
 import soundfile
 
 from training.corpus import Corpus, active_rms, load_corpus
+from training.labels import voice_labels
+from training.plain import plain_noise, plain_voice
 from training.rooms import early_part, room_response
-from training.synth import babble, coloured
 
+LABEL_RATE = 8000
 RATIOS = (-5.0, 0.0, 5.0, 10.0, 15.0)
-
-
-def _voice(corpus: Corpus, rng: np.random.Generator, count: int) -> tuple[np.ndarray, str]:
-    groups: dict[str, list] = {}
-    for clip in corpus.speech:
-        if "svd" not in clip.group:
-            groups.setdefault(clip.group, []).append(clip)
-    if corpus.rate > 16000:
-        wide = {g: c for g, c in groups.items() if c[0].wide}
-        for clip in corpus.speech:
-            if clip.wide:
-                wide.setdefault(clip.group, []).append(clip)
-        if wide and rng.random() < 0.7:
-            groups = wide
-    name = sorted(groups)[rng.integers(len(groups))]
-    clips, parts, filled = groups[name], [], 0
-    while filled < count:
-        part = clips[rng.integers(len(clips))].samples
-        part = part[: count - filled + corpus.rate // 2]
-        parts += [np.zeros(int(rng.uniform(0.1, 0.5) * corpus.rate), np.float32), part]
-        filled += len(part) + len(parts[-2])
-    return np.concatenate(parts)[:count], name
-
-
-def _noise(corpus: Corpus, rng: np.random.Generator, count: int) -> tuple[np.ndarray, str]:
-    if rng.random() < 0.12:
-        return babble(rng, count, corpus.rate, corpus), "generated babble"
-    clip = corpus.noise[rng.integers(len(corpus.noise))]
-    start = rng.integers(len(clip.samples))
-    samples = np.tile(clip.samples, 2 + (count + start) // len(clip.samples))[start : start + count]
-    if np.sqrt(np.mean(np.square(samples))) < 1e-3 or rng.random() < 0.2:
-        floor = coloured(rng, count, corpus.rate)
-        samples = samples + floor / np.std(floor) * 0.2 * (np.std(samples) + 1e-3)
-    return samples, clip.group
 
 
 def make_pair(corpus: Corpus, index: int, seed: int, seconds: float = 8.0) -> tuple[np.ndarray, np.ndarray, dict]:
@@ -62,8 +30,8 @@ def make_pair(corpus: Corpus, index: int, seed: int, seconds: float = 8.0) -> tu
     rng = np.random.default_rng([seed, index])
     rate = corpus.rate
     count = int(seconds * rate)
-    voice, speaker = _voice(corpus, rng, count)
-    noise, kind = _noise(corpus, rng, count)
+    voice, speaker = plain_voice(corpus, rng, count)
+    noise, kind = plain_noise(corpus, rng, count)
     ratio = RATIOS[index % len(RATIOS)]
     reverberant = index // len(RATIOS) % 5 < 2
     if reverberant:
@@ -91,11 +59,11 @@ def make_stream(corpus: Corpus, index: int, seed: int, seconds: float = 60.0) ->
     clean = np.zeros(count, np.float32)
     at = int(rng.uniform(0.5, 3.0) * rate)
     while at < count - 2 * rate:
-        part, _ = _voice(corpus, rng, int(rng.uniform(1.5, 6.0) * rate))
+        part, _ = plain_voice(corpus, rng, int(rng.uniform(1.5, 6.0) * rate))
         part = part[: count - at] * 10.0 ** (rng.uniform(-4.0, 4.0) / 20.0)
         clean[at : at + len(part)] = part
         at += len(part) + int(rng.uniform(0.8, 5.0) * rate)
-    parts = [_noise(corpus, rng, int(10.0 * rate))[0] for _ in range(int(seconds // 10) + 1)]
+    parts = [plain_noise(corpus, rng, int(10.0 * rate))[0] for _ in range(int(seconds // 10) + 1)]
     parts = [p / np.sqrt(np.mean(np.square(p))) * 10.0 ** (rng.uniform(-3.0, 3.0) / 20.0) for p in parts]
     noise = np.concatenate(parts)[:count]
     ratio = float(rng.choice((0.0, 5.0, 10.0, 15.0)))
@@ -127,10 +95,8 @@ def main() -> None:
         for name, samples in (("noisy", noisy), ("clean", clean)):
             soundfile.write(out / f"{index:03d}_{name}.wav", samples, args.rate, subtype="PCM_16")
         if args.streams:
-            from training.detector import RATE, voice_labels  # needs jax, which the pairs do not
-
-            if args.rate != RATE:
-                raise SystemExit(f"streams are labelled at {RATE} Hz: give --rate {RATE}")
+            if args.rate != LABEL_RATE:
+                raise SystemExit(f"streams are labelled at {LABEL_RATE} Hz: give --rate {LABEL_RATE}")
             labels = voice_labels(np.rint(clean[: len(clean) // 80 * 80] * 32768.0))
             info["voiced_hops_10ms"] = "".join("1" if v else "0" for v in labels)
         infos.append({"id": f"{index:03d}", "rate": args.rate, **info})

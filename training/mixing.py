@@ -8,10 +8,12 @@ import numpy as np
 import scipy.fft
 
 from training.corpus import active_rms
-from training.pools import SEGMENT_HOPS, Pool, segment_length
+from training.pools import Pool, segment_length
+from training.synth import click_train
 from training.tracker import RescaleTracker, frame_energies
 
-SEQUENCE_HOPS_16MS = SEGMENT_HOPS // 2
+# Odds that a stream of clicks lasts for another segment: half a minute in the mean.
+CLICKS_GO_ON = 0.8
 
 
 @dataclass
@@ -35,9 +37,11 @@ class Batch:
 class StreamMixer:
     """Mixes ``streams`` endless streams and cuts them into sequences."""
 
-    def __init__(self, pool: Pool, streams: int, step: int, seed, cold: float = 0.4, clean: float = 0.04):
+    def __init__(
+        self, pool: Pool, streams: int, step: int, seed, cold: float = 0.4, clean: float = 0.04, clicks: float = 0.0
+    ):
         self.pool, self.streams, self.step = pool, streams, step
-        self.cold_odds, self.clean_odds = cold, clean
+        self.cold_odds, self.clean_odds, self.click_odds = cold, clean, clicks
         self.rng = np.random.default_rng(seed)
         self.length = segment_length(pool.rate)
         self.half = self.length // 2
@@ -48,6 +52,7 @@ class StreamMixer:
         self.norm = np.ones(streams, np.float32)
         self.wide = np.zeros(streams, np.float32)
         self.voiced = np.zeros(streams, np.float32)
+        self.clicking = np.zeros(streams, bool)
         self.tail_noisy = np.zeros((streams, step), np.float32)
         self.tail_target = np.zeros((streams, step), np.float32)
         # Half of the streams are refilled at each sequence, so that the work is even.
@@ -56,16 +61,10 @@ class StreamMixer:
         for stream in range(streams):
             self._refill(stream)
 
-    def _slot(self, kinds: np.ndarray) -> int:
-        while True:
-            slot = int(self.rng.integers(len(kinds)))
-            if kinds[slot]:
-                return slot
-
     def _noise(self) -> np.ndarray:
         out = np.zeros(self.length, np.float32)
         for k in range(self.rng.choice(3, p=(0.6, 0.28, 0.12)) + 1):
-            part = self.pool.noise[self._slot(self.pool.noise_kind)]
+            part = self.pool.noise[self.pool.draw_noise(self.rng)]
             shift = int(self.rng.integers(self.length))
             gain = 1.0 if k == 0 else 10.0 ** (self.rng.uniform(-15.0, 3.0) / 20.0)
             out[: self.length - shift] += gain * part[shift:]
@@ -83,9 +82,20 @@ class StreamMixer:
             return self.rng.uniform(-8.0, 3.0)
         return float(np.clip(self.rng.normal(7.0, 8.0), -8.0, 30.0))
 
+    def _refill_clicks(self, stream: int) -> None:
+        """Nothing but clicks: what makes a state loop that is too strong run away, if it lasts."""
+        self.noisy[stream] = np.rint(click_train(self.rng, self.length, self.pool.rate))
+        self.target[stream] = 0.0
+        self.norm[stream] = max(0.3 * np.sqrt(np.mean(np.square(self.noisy[stream]))), 1.0)
+        self.wide[stream], self.voiced[stream] = 1.0, 0.0
+
     def _refill(self, stream: int) -> None:
         rng, rate = self.rng, self.pool.rate
-        slot = self._slot(self.pool.speech_kind)
+        self.clicking[stream] = rng.random() < (CLICKS_GO_ON if self.clicking[stream] else self.click_odds)
+        if self.clicking[stream]:
+            self._refill_clicks(stream)
+            return
+        slot = self.pool.draw_speech(self.rng)
         source, target = self.pool.speech[slot].astype(np.float32)
         self.wide[stream] = self.pool.speech_kind[slot] == 2
         speech_level = active_rms(target, rate)
@@ -139,8 +149,9 @@ class StreamMixer:
         rows = np.arange(self.streams)
         second = (self.turn + self.phase) % 2 == 1
         for stream in rows[~second]:
+            lasting = self.clicking[stream]
             self._refill(stream)
-            cold[stream] = self.rng.random() < self.cold_odds
+            cold[stream] = self.rng.random() < self.cold_odds and not (lasting and self.clicking[stream])
         self.tracker.reset(cold)
         self.tail_noisy[cold] = 0.0
         self.tail_target[cold] = 0.0

@@ -50,6 +50,21 @@ class Pool:
                 handle.truncate(size)
         return np.memmap(path, dtype=dtype, mode="r+", shape=shape)
 
+    def draw_speech(self, rng: np.random.Generator) -> int:
+        """A random filled slot of the speech."""
+        return self._draw(rng, self.speech_kind)
+
+    def draw_noise(self, rng: np.random.Generator) -> int:
+        """A random filled slot of the noise."""
+        return self._draw(rng, self.noise_kind)
+
+    @staticmethod
+    def _draw(rng: np.random.Generator, kinds: np.ndarray) -> int:
+        while True:
+            slot = int(rng.integers(len(kinds)))
+            if kinds[slot]:
+                return slot
+
     def filled(self) -> tuple[int, int]:
         """Speech and noise slots that hold something."""
         return int(np.count_nonzero(self.speech_kind)), int(np.count_nonzero(self.noise_kind))
@@ -89,12 +104,13 @@ def main() -> None:
     parser.add_argument("--worker", type=int, default=0)
     parser.add_argument("--workers", type=int, default=1)
     parser.add_argument("--seed", type=int, default=0)
+    parser.add_argument("--plain", type=float, default=0.0, help="share of segments left as recorded")
     parser.add_argument("--limit", type=int)
     args = parser.parse_args()
     os.nice(19)
     rng = np.random.default_rng([args.seed, args.worker, int(time.time())])
     corpus = load_corpus(args.data, args.rate, "train")
-    maker = SegmentMaker(corpus, segment_length(args.rate), rng)
+    maker = SegmentMaker(corpus, segment_length(args.rate), rng, args.plain)
     pool = Pool(args.pool, args.rate, args.slots, args.slots)
     print(json.dumps({"speech": len(corpus.speech), "noise": len(corpus.noise), "rir": len(corpus.rir)}), flush=True)
     fill(pool, maker, args.worker, args.workers, args.limit)

@@ -41,7 +41,8 @@ class RecurrentModel:
 
     def mixer(self, pool: Pool, streams: int, seed) -> StreamMixer:
         """Endless streams out of ``pool``."""
-        return StreamMixer(pool, streams, self.step, seed, clean=self.config["training"].get("clean", 0.04))
+        odds = {k: self.config["training"][k] for k in ("clean", "clicks") if k in self.config["training"]}
+        return StreamMixer(pool, streams, self.step, seed, **odds)
 
     def init(self, rng: np.random.Generator) -> dict:
         """Random parameters."""

@@ -7,6 +7,7 @@ import scipy.fft
 import soxr
 
 from training.corpus import Clip, Corpus, active_rms
+from training.plain import plain_noise, plain_voice
 from training.rooms import RoomBank, early_part
 from training.synth import coloured, generated_noise
 
@@ -36,9 +37,10 @@ def change_speed(rng: np.random.Generator, samples: np.ndarray, low: float, high
 
 
 class SegmentMaker:
-    """Draws augmented segments of a fixed length from the sources of one split."""
+    """Draws augmented segments of a fixed length from the sources of one split; a share stays ``plain``."""
 
-    def __init__(self, corpus: Corpus, count: int, rng: np.random.Generator):
+    def __init__(self, corpus: Corpus, count: int, rng: np.random.Generator, plain: float = 0.0):
+        self.plain = plain
         self.corpus = corpus
         self.count = count
         self.rng = rng
@@ -77,6 +79,9 @@ class SegmentMaker:
     def speech(self) -> tuple[np.ndarray, np.ndarray, bool]:
         """(input part, target, content above 8 kHz): two float32 arrays of ``count`` samples."""
         rng, rate = self.rng, self.corpus.rate
+        if rng.random() < self.plain:
+            voice = plain_voice(self.corpus, rng, self.count)[0] * POOL_RMS
+            return voice, voice, False
         voice, wide = self._voice()
         if rng.random() < 0.15:  # a second speaker takes a turn
             other, other_wide = self._voice()
@@ -133,6 +138,10 @@ class SegmentMaker:
     def noise(self) -> np.ndarray:
         """One noise segment of ``count`` samples, float32."""
         rng, rate = self.rng, self.corpus.rate
+        if rng.random() < self.plain:
+            samples = plain_noise(self.corpus, rng, self.count)[0]
+            level = np.sqrt(np.mean(np.square(samples)))
+            return (samples * (POOL_RMS / max(level, 1e-6))).astype(np.float32)
         if rng.random() < 0.72:
             samples = self._recording()
         else:

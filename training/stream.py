@@ -5,7 +5,8 @@ from __future__ import annotations
 import jax
 import numpy as np
 
-from training.detector import FRAME, HOP, REFERENCE, DetectorModel, levelled
+from training.detector import FRAME, DetectorModel
+from training.level import HOP, REFERENCE, levelled
 from training.tracker import RescaleTracker, frame_energies
 
 

@@ -66,6 +66,20 @@ def fan(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
     return noise * (1.0 + depth * np.sin(phase)) + rng.uniform(0.0, 1.0) * tone
 
 
+def click_train(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
+    """Loud single samples in silence, 3 to 100 a second, some regular and of one height, in 16-bit units."""
+    out = np.zeros(count)
+    density = np.exp(rng.uniform(np.log(3.0), np.log(100.0)))
+    regular = rng.uniform() * (rng.random() < 0.7)
+    top = 32767.0 * 10.0 ** (rng.uniform(-20.0, 0.0) / 20.0)
+    at = rng.integers(0, count, int((1.0 - regular) * density * count / rate))
+    out[at] = rng.uniform(-top, top, len(at))
+    if regular > 0.0:
+        spacing = rate / (regular * density)
+        out[np.arange(rng.uniform(0.0, spacing), count, spacing).astype(int)] = top
+    return out
+
+
 def clicks(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
     """Short damped bursts at random or regular times."""
     out = np.zeros(count)

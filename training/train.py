@@ -26,6 +26,7 @@ from training import checkpoint
 from training.corpus import load_corpus
 from training.export import export_model
 from training.kinds import make_model
+from training.network import short_products
 from training.optimiser import Schedule, apply_gradients, init_optimiser
 from training.pools import Pool, fill, segment_length
 from training.segments import SegmentMaker
@@ -36,23 +37,24 @@ VALID_SEGMENTS = 96
 CURVE_COLUMNS = ["update", "stage", "hours", "seconds", "train_loss", "valid_loss", "gradient_norm"]
 
 
-def valid_pool(folder: Path, data: str, rate: int, seed: int) -> Pool:
+def valid_pool(folder: Path, data: str, rate: int, seed: int, plain: float) -> Pool:
     """A small fixed pool made of the validation split."""
     pool = Pool(folder, rate, VALID_SEGMENTS, VALID_SEGMENTS)
     if min(pool.filled()) < VALID_SEGMENTS:
         rng = np.random.default_rng([seed, 99])
-        maker = SegmentMaker(load_corpus(data, rate, "valid"), segment_length(rate), rng)
+        maker = SegmentMaker(load_corpus(data, rate, "valid"), segment_length(rate), rng, plain)
         fill(pool, maker, 0, 1, limit=VALID_SEGMENTS)
     return pool
 
 
-def start_workers(args, pool: Path, rate: int, slots: int, seed: int) -> list[subprocess.Popen]:
+def start_workers(args, pool: Path, rate: int, training: dict) -> list[subprocess.Popen]:
     """Background processes that fill and then renew the training pool."""
+    plain = training.get("plain", 0.0)
     return [
         subprocess.Popen(
             [sys.executable, "-m", "training.pools", "--data", args.data, "--pool", str(pool)]
-            + ["--rate", str(rate), "--slots", str(slots), "--seed", str(seed)]
-            + ["--worker", str(k), "--workers", str(args.workers)],
+            + ["--rate", str(rate), "--slots", str(training["slots"]), "--seed", str(training["seed"])]
+            + ["--worker", str(k), "--workers", str(args.workers), "--plain", str(plain)],
             stdout=subprocess.DEVNULL,
         )
         for k in range(args.workers)
@@ -68,13 +70,14 @@ class Trainer:
         training = config["training"]
         self.seed, self.streams = training["seed"], training["streams"]
         self.every = training["checkpoint_every"]
+        self.short = training.get("short_products", False)
         self.stages = [dict(stage) for stage in config["stage"]]
         self.total = sum(stage["updates"] for stage in self.stages)
         self.work = Path(args.work) / config["model"]["name"]
         self.work.mkdir(parents=True, exist_ok=True)
         self.rate = config["model"]["sample_rate"]
         self.pool = Pool(args.pool or self.work / "pool", self.rate, training["slots"], training["slots"])
-        self.valid = valid_pool(self.work / "valid", args.data, self.rate, self.seed)
+        self.valid = valid_pool(self.work / "valid", args.data, self.rate, self.seed, training.get("plain", 0.0))
         self._steps: dict[int, tuple] = {}
 
     def _stage_at(self, update: int) -> tuple[int, int]:
@@ -97,7 +100,8 @@ class Trainer:
             def loss(params):
                 return self.model.loss(params, carry, stats, batch, stage)
 
-            (value, carry_out), grads = jax.value_and_grad(loss, has_aux=True)(params)
+            with short_products(self.short):
+                (value, carry_out), grads = jax.value_and_grad(loss, has_aux=True)(params)
             params, optimiser, norm = apply_gradients(schedule, params, optimiser, grads, update, slower)
             return params, optimiser, carry_out, value, norm
 
@@ -230,7 +234,7 @@ def main(arguments: list[str] | None = None) -> None:
     with open(args.config, "rb") as handle:
         config = tomllib.load(handle)
     trainer = Trainer(args, config)
-    workers = start_workers(args, trainer.pool.folder, trainer.rate, config["training"]["slots"], trainer.seed)
+    workers = start_workers(args, trainer.pool.folder, trainer.rate, config["training"])
     try:
         trainer.run()
     finally:

@@ -10,7 +10,7 @@ from training import chain
 from training.adapt import adapt, band_edges, widen
 from training.bands import compressed_widths, compression_matrix, expansion_index, pooling_matrix
 from training.kinds import make_model
-from training.network import gated_loop, init_recurrent, run_recurrent
+from training.network import gated_loop, init_recurrent, run_recurrent, short_products
 from training.tracker import RescaleTracker
 
 
@@ -80,6 +80,25 @@ def test_hand_written_gradient_of_the_state_loop():
 
     for got, want in zip(jax.grad(fast, (0, 1, 2))(ready, loop, state), jax.grad(plain, (0, 1, 2))(ready, loop, state)):
         np.testing.assert_allclose(got, want, rtol=1e-3, atol=1e-4)
+
+
+def test_short_products_give_nearly_the_same_gradient():
+    rng = np.random.default_rng(8)
+    params = init_recurrent(rng, inputs=12, hidden=32, layers=3, outputs=2)
+    inputs = jnp.asarray(rng.normal(size=(30, 4, 12)), jnp.float32)
+
+    def slope(short):
+        def loss(params):
+            with short_products(short):
+                values, state, _ = run_recurrent(params, inputs, jnp.zeros((4, 32)))
+            return jnp.sum(jnp.sin(values)) + jnp.sum(jnp.square(state))
+
+        return jax.grad(loss)(params)
+
+    exact, short = slope(False), slope(True)
+    for name, want in exact.items():
+        error = np.linalg.norm(short[name] - want) / np.linalg.norm(want)
+        assert 0.0 < error < 0.03, name
 
 
 def test_gradient_of_a_loop_that_runs_away_stays_bounded():

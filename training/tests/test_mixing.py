@@ -3,7 +3,9 @@
 import numpy as np
 import pytest
 
-from training.detector import levelled, voice_labels
+from training.labels import voice_labels
+from training.level import levelled
+from training.minutes import MinuteMixer
 from training.mixing import StreamMixer
 from training.pools import Pool, segment_length
 from training.weights_file import encode, read_weights, write_weights
@@ -53,6 +55,41 @@ def test_mixes_cover_the_levels_and_ratios(pool):
     assert 0.25 < np.mean(ratios < 3.0) < 0.7
     assert np.percentile(ratios, 3) < -4.0 and np.percentile(ratios, 90) > 12.0
     assert 0.02 < silent / len(levels) < 0.15
+
+
+def test_clicks_last_and_carry_their_state(pool):
+    mixer = StreamMixer(pool, 64, 128, seed=3, cold=1.0, clicks=0.05)
+    shares, lasting = [], 0
+    for _ in range(12):
+        before = mixer.clicking.copy()
+        batch = mixer.next()
+        shares.append(mixer.clicking.mean())
+        assert np.mean(batch.noisy[mixer.clicking] == 0.0) > 0.98
+        assert not batch.target[mixer.clicking][:, 128:].any() and not batch.voiced[mixer.clicking].any()
+        assert not batch.cold[before & mixer.clicking].any()
+        lasting += int(np.sum(before & mixer.clicking))
+    assert 0.03 < np.mean(shares) < 0.5 and lasting > 20
+
+
+@pytest.mark.parametrize("delay", [0, 3])
+def test_minutes_carry_on_with_their_labels(pool, delay):
+    history = 160
+    mixer = MinuteMixer(pool, 5, seed=4, history=history, delay=delay)
+    before, shares, refilled = mixer.next(), [], False
+    for _ in range(70):
+        after = mixer.next()
+        for stream in np.flatnonzero(~after["cold"]):
+            np.testing.assert_array_equal(after["wave"][stream, :history], before["wave"][stream, -history:])
+        refilled |= after["cold"].any()
+        assert after["wave"].shape[1] - history == after["label"].shape[1] * 80
+        assert np.all(after["onset"] <= after["label"])
+        shares.append(after["label"].mean())
+        before = after
+    assert refilled and 0.3 < np.mean(shares) < 0.7
+    # Labels lie on the tones, late by the delay: the noise-free target of a stream tells.
+    labels = mixer.labels[0, 0]
+    level = np.mean(np.square(mixer.wave[0].reshape(-1, 80)), axis=1)
+    assert np.mean(level[labels > 0.5]) > np.mean(level[labels < 0.5])
 
 
 def test_labels_follow_the_bursts():
