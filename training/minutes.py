@@ -106,11 +106,15 @@ class MinuteMixer:
     def _refill(self, stream: int) -> None:
         rng = self.rng
         source, target = self._track(self.speech_tracks, self._speech)
-        if rng.random() < 0.04:
+        lowest, highest = -46.0, -16.0
+        kind = rng.random()
+        if kind < 0.08:
             source, target = np.zeros_like(source), np.zeros_like(target)
+        if kind < 0.05:  # the noise of a quiet input, which the automatic level lifts without end
+            lowest, highest = -100.0, -50.0
         ratio = 60.0 if rng.random() < 0.06 else np.clip(rng.normal(7.0, 7.0), -6.0, 30.0)
         mix = source + self._track(self.noise_tracks, self._noise) * 10.0 ** (-ratio / 20.0)
-        gain = 32768.0 * 10.0 ** (rng.uniform(-46.0, -16.0) / 20.0) / (np.sqrt(np.mean(np.square(mix))) + 1e-3)
+        gain = 32768.0 * 10.0 ** (rng.uniform(lowest, highest) / 20.0) / (np.sqrt(np.mean(np.square(mix))) + 1e-3)
         self.wave[stream] = np.clip(np.rint(mix * gain), -32768.0, 32767.0)
         labels = voice_labels(target)
         self.labels[stream] = labels, onsets(labels)
