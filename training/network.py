@@ -49,7 +49,7 @@ _short = False
 def short_products(on: bool = True):
     """What is traced inside multiplies matrices in bfloat16 with sums in single precision.
 
-    Twice as fast where the processor knows the format; good for gradients, not for figures.
+    Up to twice as fast where the processor knows the format; good for gradients, not for figures.
     """
     global _short
     before, _short = _short, on

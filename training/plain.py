@@ -11,9 +11,9 @@ from training.synth import babble, coloured
 def plain_voice(corpus: Corpus, rng: np.random.Generator, count: int) -> tuple[np.ndarray, str]:
     """``count`` samples of one speaker's recordings with pauses of 0.1 to 0.5 s, and who it is."""
     groups: dict[str, list] = {}
-    for clip in corpus.speech:
-        if "svd" not in clip.group:
-            groups.setdefault(clip.group, []).append(clip)
+    talking = [clip for clip in corpus.speech if "svd" not in clip.group]  # not the sustained vowels
+    for clip in talking or corpus.speech:
+        groups.setdefault(clip.group, []).append(clip)
     if corpus.rate > 16000:
         wide = {g: c for g, c in groups.items() if c[0].wide}
         for clip in corpus.speech:

@@ -28,6 +28,9 @@ layers = 3
 seed = 3
 streams = 4
 slots = 8
+plain = 0.5
+clicks = 0.1
+short_products = true
 checkpoint_every = 4
 
 [[stage]]
