@@ -6,25 +6,12 @@ from dataclasses import dataclass
 
 import numpy as np
 
+from training.labels import runs, without_short_runs
+
 HOPS_PER_SECOND = 100
 MOST_LAG = 20  # hops
 ONSET_PAUSE = 30  # hops without speech before a word start counts as an onset
 ONSET_LIMIT = 100  # hops after which an onset counts as missed
-
-
-def runs(flags: np.ndarray) -> list[tuple[int, int]]:
-    """Begin and end of every run of set flags."""
-    edges = np.flatnonzero(np.diff(np.concatenate([[0], flags.astype(np.int8), [0]])))
-    return list(zip(edges[::2].tolist(), edges[1::2].tolist()))
-
-
-def without_short_runs(flags: np.ndarray, shorter: int) -> np.ndarray:
-    """The flags with runs of fewer than `shorter` hops cleared."""
-    out = flags.copy()
-    for begin, end in runs(flags):
-        if end - begin < shorter:
-            out[begin:end] = False
-    return out
 
 
 def labels_of(clean: np.ndarray, rate: int) -> np.ndarray:

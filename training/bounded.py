@@ -20,6 +20,7 @@ import numpy as np
 from training.detector import FRAME, DetectorModel
 from training.kinds import make_model
 from training.level import HOP, REFERENCE, levelled
+from training.synth import single_clicks
 from training.tracker import RescaleTracker, frame_energies
 from training.weights_file import read_weights
 
@@ -31,11 +32,7 @@ def clicks(rng: np.random.Generator, rate: int, per_second: int) -> np.ndarray:
 
     Single samples fill all bands at once, which is what starts a state loop that is too strong.
     """
-    wave = np.zeros(SECONDS * rate)
-    at = rng.integers(0, len(wave), SECONDS * per_second // 2)
-    wave[at] = rng.uniform(-32768.0, 32767.0, len(at))
-    wave[:: 2 * rate // per_second] = 32767.0
-    return wave
+    return single_clicks(rng, SECONDS * rate, SECONDS * per_second // 2, 2 * rate // per_second, 32767.0)
 
 
 def hostile_inputs(rate: int) -> dict[str, np.ndarray]:

@@ -9,9 +9,9 @@ import numpy as np
 from training.adapt import widen
 from training.bands import pooling_matrix
 from training.chain import hamming_window
-from training.level import HOP
+from training.level import HOP, RATE
 from training.losses import range_penalty
-from training.minutes import RATE, MinuteMixer
+from training.minutes import MinuteMixer
 from training.network import init_recurrent, recurrent_entries, recurrent_params, run_recurrent
 from training.pools import Pool
 

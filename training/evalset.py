@@ -18,10 +18,10 @@ import soundfile
 
 from training.corpus import Corpus, active_rms, load_corpus
 from training.labels import voice_labels
+from training.level import HOP, RATE
 from training.plain import plain_noise, plain_voice
 from training.rooms import early_part, room_response
 
-LABEL_RATE = 8000
 RATIOS = (-5.0, 0.0, 5.0, 10.0, 15.0)
 
 
@@ -95,9 +95,9 @@ def main() -> None:
         for name, samples in (("noisy", noisy), ("clean", clean)):
             soundfile.write(out / f"{index:03d}_{name}.wav", samples, args.rate, subtype="PCM_16")
         if args.streams:
-            if args.rate != LABEL_RATE:
-                raise SystemExit(f"streams are labelled at {LABEL_RATE} Hz: give --rate {LABEL_RATE}")
-            labels = voice_labels(np.rint(clean[: len(clean) // 80 * 80] * 32768.0))
+            if args.rate != RATE:
+                raise SystemExit(f"streams are labelled at {RATE} Hz: give --rate {RATE}")
+            labels = voice_labels(np.rint(clean[: len(clean) // HOP * HOP] * 32768.0))
             info["voiced_hops_10ms"] = "".join("1" if v else "0" for v in labels)
         infos.append({"id": f"{index:03d}", "rate": args.rate, **info})
     (out / "pairs.json").write_text(json.dumps(infos, indent=1) + "\n")

@@ -7,6 +7,21 @@ import numpy as np
 from training.level import HOP
 
 
+def runs(flags: np.ndarray) -> list[tuple[int, int]]:
+    """Begin and end of every run of set flags."""
+    edges = np.flatnonzero(np.diff(np.concatenate([[0], flags.astype(np.int8), [0]])))
+    return list(zip(edges[::2].tolist(), edges[1::2].tolist()))
+
+
+def without_short_runs(flags: np.ndarray, shorter: int) -> np.ndarray:
+    """The flags with runs of fewer than ``shorter`` hops cleared."""
+    out = flags.copy()
+    for begin, end in runs(flags):
+        if end - begin < shorter:
+            out[begin:end] = False
+    return out
+
+
 def voice_labels(clean: np.ndarray) -> np.ndarray:
     """One for hops with speech, from the clean wave (samples,); zeros when there is none.
 
@@ -22,17 +37,7 @@ def voice_labels(clean: np.ndarray) -> np.ndarray:
     if loud < 0.0:
         return np.zeros(len(power), np.float32)
     active = level > min(max(loud - 30.0, floor + 8.0), loud - 10.0)
-    return _drop_runs(~_drop_runs(~active, 12), 4).astype(np.float32)
-
-
-def _drop_runs(flags: np.ndarray, shorter: int) -> np.ndarray:
-    """Clear the runs of set flags that are shorter than ``shorter``."""
-    edges = np.flatnonzero(np.diff(np.concatenate([[False], flags, [False]]).astype(np.int8)))
-    out = flags.copy()
-    for begin, end in zip(edges[::2], edges[1::2]):
-        if end - begin < shorter:
-            out[begin:end] = False
-    return out
+    return without_short_runs(~without_short_runs(~active, 12), 4).astype(np.float32)
 
 
 def onsets(labels: np.ndarray) -> np.ndarray:

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import numpy as np
 
+RATE = 8000
 HOP = 80
 REFERENCE = 2000.0
 ATTACK = 0.01 ** (1.0 / 100.0)

@@ -4,15 +4,13 @@ from __future__ import annotations
 
 import numpy as np
 import scipy.fft
-import soxr
 
 from training.corpus import active_rms
 from training.labels import onsets, voice_labels
-from training.level import HOP, REFERENCE, levelled
-from training.pools import Pool, segment_length
-from training.segments import smooth_equaliser
+from training.level import HOP, RATE, REFERENCE, levelled
+from training.pools import Pool
+from training.segments import change_speed, smooth_equaliser
 
-RATE = 8000
 # Sequences of a second, because the seconds of one minute are much alike: many streams tell more.
 SEQUENCES, SEQUENCE_HOPS = 60, 100
 # Minutes of speech and of noise kept for other mixes.
@@ -23,8 +21,7 @@ PIECE_RMS = 1000.0
 def varied(rng: np.random.Generator, waves: np.ndarray, speed: float, depth_db: float) -> np.ndarray:
     """(channels, samples) played faster or slower and with other frequencies stressed, now and then."""
     if rng.random() < 0.3:
-        factor = 1000.0 * np.exp(rng.uniform(-speed, speed))
-        waves = soxr.resample(waves.T, factor, 1000.0, quality="LQ").T
+        waves = change_speed(waves.T, np.exp(rng.uniform(-speed, speed))).T
     if rng.random() < 0.3:
         count = waves.shape[1]
         size = scipy.fft.next_fast_len(count, real=True)
@@ -42,24 +39,23 @@ class MinuteMixer:
     def __init__(self, pool: Pool, streams: int, seed, history: int, delay: int):
         self.pool, self.streams, self.delay = pool, streams, delay
         self.rng = np.random.default_rng(seed)
-        self.segment = segment_length(RATE)
-        self.half = SEQUENCE_HOPS * HOP
-        self.length = SEQUENCES * self.half
+        self.sequence = SEQUENCE_HOPS * HOP
+        self.length = SEQUENCES * self.sequence
         self.level = np.full(streams, REFERENCE**2)
         self.wave = np.zeros((streams, self.length), np.float32)
         # Labels and onsets side by side.
         self.labels = np.zeros((streams, 2, self.length // HOP), np.float32)
         self.tail = np.zeros((streams, history), np.float32)
         self.past_labels = np.zeros((streams, 2, delay), np.float32)
-        self.speech_tracks: list[np.ndarray] = []
-        self.noise_tracks: list[np.ndarray] = []
+        self.speech_tracks: list = []
+        self.noise_tracks: list = []
         # Streams begin at different times, so that the work is even.
         self.turn = np.arange(streams) % SEQUENCES
         for stream in range(streams):
             self._refill(stream)
 
-    def _speech(self) -> np.ndarray:
-        """A minute of pieces of speech of 1.5 to 6 s, 0.8 to 5 s apart: what is heard, the target."""
+    def _speech(self) -> tuple[np.ndarray, np.ndarray]:
+        """A minute of pieces of speech of 1.5 to 6 s, 0.8 to 5 s apart, with its labels and onsets."""
         rng = self.rng
         out = np.zeros((2, self.length), np.float32)
         at = int(rng.uniform(0.0, 5.0) * RATE)
@@ -73,7 +69,8 @@ class MinuteMixer:
             if level > 1.0:
                 out[:, at : at + count] = pair * (PIECE_RMS / level * 10.0 ** (rng.uniform(-5.0, 5.0) / 20.0))
             at += count + int(rng.uniform(0.8, 5.0) * RATE)
-        return out
+        labels = voice_labels(out[1])
+        return out[0], np.stack([labels, onsets(labels)])
 
     def _noise(self) -> np.ndarray:
         """A minute of noise of another kind and level every few seconds."""
@@ -93,7 +90,7 @@ class MinuteMixer:
             filled += count
         return np.concatenate(parts)[: self.length]
 
-    def _track(self, tracks: list[np.ndarray], make) -> np.ndarray:
+    def _track(self, tracks: list, make):
         """A minute that has often been used in another mix already: making one takes its time."""
         if len(tracks) < TRACKS:
             tracks.append(make())
@@ -105,19 +102,18 @@ class MinuteMixer:
 
     def _refill(self, stream: int) -> None:
         rng = self.rng
-        source, target = self._track(self.speech_tracks, self._speech)
+        speech, labels = self._track(self.speech_tracks, self._speech)
         lowest, highest = -46.0, -16.0
         kind = rng.random()
         if kind < 0.08:
-            source, target = np.zeros_like(source), np.zeros_like(target)
+            speech, labels = np.zeros_like(speech), np.zeros_like(labels)
         if kind < 0.05:  # the noise of a quiet input, which the automatic level lifts without end
             lowest, highest = -100.0, -50.0
         ratio = 60.0 if rng.random() < 0.06 else np.clip(rng.normal(7.0, 7.0), -6.0, 30.0)
-        mix = source + self._track(self.noise_tracks, self._noise) * 10.0 ** (-ratio / 20.0)
+        mix = speech + self._track(self.noise_tracks, self._noise) * 10.0 ** (-ratio / 20.0)
         gain = 32768.0 * 10.0 ** (rng.uniform(lowest, highest) / 20.0) / (np.sqrt(np.mean(np.square(mix))) + 1e-3)
         self.wave[stream] = np.clip(np.rint(mix * gain), -32768.0, 32767.0)
-        labels = voice_labels(target)
-        self.labels[stream] = labels, onsets(labels)
+        self.labels[stream] = labels
 
     def next(self) -> dict:
         """The next sequence of every stream: ``wave`` with history, ``label``, ``onset``, ``cold``."""
@@ -130,7 +126,7 @@ class MinuteMixer:
         self.tail[cold] = 0.0
         self.past_labels[cold] = 0.0
         hops = SEQUENCE_HOPS
-        wave = np.stack([w[t * self.half : (t + 1) * self.half] for w, t in zip(self.wave, self.turn)])
+        wave = np.stack([w[t * self.sequence : (t + 1) * self.sequence] for w, t in zip(self.wave, self.turn)])
         labels = np.stack([v[:, t * hops : (t + 1) * hops] for v, t in zip(self.labels, self.turn)])
         self.turn += 1
         wave = np.concatenate([self.tail, levelled(wave, self.level)], axis=1)

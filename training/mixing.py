@@ -44,7 +44,7 @@ class StreamMixer:
         self.cold_odds, self.clean_odds, self.click_odds = cold, clean, clicks
         self.rng = np.random.default_rng(seed)
         self.length = segment_length(pool.rate)
-        self.half = self.length // 2
+        self.sequence = self.length // 2
         self.tracker = RescaleTracker(streams, pool.rate, step)
         shape = (streams, self.length)
         self.noisy = np.zeros(shape, np.float32)
@@ -140,7 +140,7 @@ class StreamMixer:
         return mix.astype(np.float32), target.astype(np.float32)
 
     def _half_of(self, wave: np.ndarray, second: np.ndarray) -> np.ndarray:
-        return np.where(second[:, None], wave[:, self.half : 2 * self.half], wave[:, : self.half])
+        return np.where(second[:, None], wave[:, self.sequence : 2 * self.sequence], wave[:, : self.sequence])
 
     def next(self) -> Batch:
         """The next sequence of every stream."""

@@ -30,9 +30,8 @@ def band_limit(rng: np.random.Generator, freq: np.ndarray, rate: int) -> np.ndar
     return rise * np.clip((1.03 * high - freq) / (0.06 * high), 0.0, 1.0)
 
 
-def change_speed(rng: np.random.Generator, samples: np.ndarray, low: float, high: float) -> np.ndarray:
-    """Play faster or slower, pitch moving along."""
-    factor = rng.uniform(low, high)
+def change_speed(samples: np.ndarray, factor: float) -> np.ndarray:
+    """(samples,) or (samples, channels) played ``factor`` times as fast, pitch moving along."""
     return soxr.resample(samples, 1000.0 * factor, 1000.0, quality="LQ")
 
 
@@ -69,7 +68,7 @@ class SegmentMaker:
             start = rng.integers(0, max(1, len(clip.samples) - rate))
             part = clip.samples[start : start + self.count + rate]
             if speed != 1.0:
-                part = soxr.resample(part, 1000.0 * speed, 1000.0, quality="LQ")
+                part = change_speed(part, speed)
             gap = np.zeros(int(rng.exponential(0.25) * rate), np.float32)
             parts += [gap, part] if rng.random() < 0.6 else [part, gap]
             filled += len(part) + len(gap)
@@ -128,7 +127,7 @@ class SegmentMaker:
             factor = rng.uniform(0.7, 1.4)
             if rate > 16000 and not clip.wide and rng.random() < 0.6:
                 factor *= 1.8
-            samples = soxr.resample(samples, 1000.0 * factor, 1000.0, quality="LQ")
+            samples = change_speed(samples, factor)
         if rng.random() < 0.3:
             samples = samples[::-1]
         shift = rng.integers(len(samples))
@@ -137,11 +136,15 @@ class SegmentMaker:
 
     def noise(self) -> np.ndarray:
         """One noise segment of ``count`` samples, float32."""
+        if self.rng.random() < self.plain:
+            samples = plain_noise(self.corpus, self.rng, self.count)[0]
+        else:
+            samples = self._changed_noise()
+        level = np.sqrt(np.mean(np.square(samples)))
+        return (samples * (POOL_RMS / max(level, 1e-6))).astype(np.float32)
+
+    def _changed_noise(self) -> np.ndarray:
         rng, rate = self.rng, self.corpus.rate
-        if rng.random() < self.plain:
-            samples = plain_noise(self.corpus, rng, self.count)[0]
-            level = np.sqrt(np.mean(np.square(samples)))
-            return (samples * (POOL_RMS / max(level, 1e-6))).astype(np.float32)
         if rng.random() < 0.72:
             samples = self._recording()
         else:
@@ -159,5 +162,4 @@ class SegmentMaker:
             floor = coloured(rng, self.count, rate)
             depth = 10.0 ** (rng.uniform(-35.0, -8.0) / 20.0)
             samples = samples + floor * (depth * np.std(samples) / (np.std(floor) + 1e-9))
-        level = np.sqrt(np.mean(np.square(samples)))
-        return (samples * (POOL_RMS / max(level, 1e-6))).astype(np.float32)
+        return samples

@@ -66,18 +66,23 @@ def fan(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
     return noise * (1.0 + depth * np.sin(phase)) + rng.uniform(0.0, 1.0) * tone
 
 
+def single_clicks(rng: np.random.Generator, count: int, scattered: int, spacing: int, top: float) -> np.ndarray:
+    """Single samples in silence: some at random times and of random height, and ``top`` every ``spacing``."""
+    out = np.zeros(count)
+    at = rng.integers(0, count, scattered)
+    out[at] = rng.uniform(-top - 1.0, top, scattered)
+    out[::spacing] = top
+    return out
+
+
 def click_train(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
     """Loud single samples in silence, 3 to 100 a second, some regular and of one height, in 16-bit units."""
-    out = np.zeros(count)
     density = np.exp(rng.uniform(np.log(3.0), np.log(100.0)))
     regular = rng.uniform() * (rng.random() < 0.7)
     top = 32767.0 * 10.0 ** (rng.uniform(-20.0, 0.0) / 20.0)
-    at = rng.integers(0, count, int((1.0 - regular) * density * count / rate))
-    out[at] = rng.uniform(-top, top, len(at))
-    if regular > 0.0:
-        spacing = rate / (regular * density)
-        out[np.arange(rng.uniform(0.0, spacing), count, spacing).astype(int)] = top
-    return out
+    scattered = int((1.0 - regular) * density * count / rate)
+    spacing = int(rate / (regular * density)) if regular > 0.0 else count
+    return np.roll(single_clicks(rng, count, scattered, spacing, top), rng.integers(count))
 
 
 def clicks(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:

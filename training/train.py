@@ -199,7 +199,7 @@ class Trainer:
             row = {
                 "update": state["update"],
                 "stage": self.stages[index]["kind"],
-                "hours": round(state["update"] * self.streams * mixer.half / self.rate / 3600.0, 2),
+                "hours": round(state["update"] * self.streams * mixer.sequence / self.rate / 3600.0, 2),
                 "seconds": round(state["seconds"], 1),
                 "train_loss": round(float(np.mean(values)), 6),
                 "valid_loss": round(self._valid_loss(state, index), 6),
