@@ -9,6 +9,7 @@ import time
 from pathlib import Path
 
 from evaluation import report
+from evaluation.pairs import STREAMS
 from evaluation.run import Settings, measure_all
 
 ROOT = Path(__file__).resolve().parent.parent
@@ -25,7 +26,7 @@ def main() -> None:
         "instead of mixes, once for each rate")
     add("--clips", type=int, default=60, help="pairs at 16 kHz (half as many at 8 and 32 kHz)")
     add("--seconds", type=float, default=6.0, help="length of a pair")
-    add("--streams", type=int, default=10, help="minutes for the voice detectors")
+    add("--streams", type=int, default=STREAMS, help="minutes for the voice detectors")
     add("--long", type=float, default=600.0, help="seconds of the stream of changing noise")
     add("--jobs", type=int, default=2, help="processes")
     add("--minutes", type=float, default=10.0, help="begin no further pair after this time")

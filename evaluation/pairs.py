@@ -17,6 +17,8 @@ import numpy as np
 import soundfile
 
 SEED = 2024
+# Streams that are made for the detectors; fewer are drawn evenly from these.
+STREAMS = 30
 
 
 @dataclass
@@ -73,9 +75,9 @@ def make_pairs(data: Path, folder: Path, rate: int, count: int, seconds: float) 
     return target
 
 
-def make_streams(data: Path, folder: Path, count: int, seconds: float, rate: int = 16000) -> Path:
-    """Writes `count` long streams for the voice detectors, speech about half of the time."""
-    target = folder / f"streams-{rate // 1000}k-{count}x{seconds:g}s"
+def make_streams(data: Path, folder: Path, seconds: float = 60.0, rate: int = 16000) -> Path:
+    """Writes long streams for the voice detectors, speech about half of the time."""
+    target = folder / f"streams-{rate // 1000}k-{STREAMS}x{seconds:g}s"
     if (target / "pairs.json").exists():
         return target
     from training.corpus import load_corpus
@@ -84,7 +86,7 @@ def make_streams(data: Path, folder: Path, count: int, seconds: float, rate: int
     corpus = load_corpus(data, rate, "valid")
     target.mkdir(parents=True, exist_ok=True)
     infos = []
-    for index in range(count):
+    for index in range(STREAMS):
         noisy, clean, info = make_stream(corpus, index, SEED, seconds)
         for kind, wave in (("noisy", noisy), ("clean", clean)):
             soundfile.write(target / f"{index:03d}_{kind}.wav", wave, rate, subtype="PCM_16")

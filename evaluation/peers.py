@@ -207,7 +207,7 @@ def main() -> None:
     quality = {name: cleaner_quality(r["outputs"], pairs) for name, r in cleaned.items()}
     cleaners = lines_of(cleaned, pairs, ours[0], quality)
 
-    folder = make_streams(options.data, options.scratch, 10, 60.0)
+    folder = make_streams(options.data, options.scratch)
     streams = [f.load() for f in spread(list_pairs(folder), options.streams)]
     voices = [work.VOICE_MODEL] if work.VOICE_MODEL in names else []
     scored = round_robin("detector", [*voices, *OTHER_DETECTORS], streams, options.core, where)

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+from collections import Counter
 from pathlib import Path
 
 from evaluation import pictures
@@ -125,11 +126,12 @@ def _voice(results: dict) -> str:
     ]
     headings = ["", "ROC-AUC", "lag removed", "lag ms", "F1", "best F1", "alarm %", "missed %"]
     headings += ["alarms/min", "misses/min", "onset ms", "CPU s/s"]
-    snr = ", ".join(f"{value:g}" for value in plain["voice_snr"])
+    ratios = Counter(plain["voice_snr"])
+    snr = ", ".join(f"{value:g} ({ratios[value]})" for value in sorted(ratios))
     return f"""## Voice activity
 
 {plain["voice_seconds"] / 60:.0f} minutes of held-out speech, about half of it silence between the words,
-under noise that changes every 10 s, at 16 kHz; SNR in dB of each minute: {snr}. Labels come from the
+under noise that changes every 10 s, at 16 kHz; SNR in dB (minutes): {snr}. Labels come from the
 clean speech by its level (gaps up to 120 ms closed), every 10 ms; a score counts from the moment its
 frame is complete. "lag removed" shifts each detector's scores by the lag that suits it best. F1, shares and events use each
 detector's own threshold (ours 0.5; WebRTC: half of its four modes), "best F1" the best one on these

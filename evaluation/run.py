@@ -108,7 +108,7 @@ def measure_all(settings: Settings) -> dict:
         if wants("pictures") and "orvel-16k" in names:
             examples = [submit(work.example_task, f, "orvel-16k") for f in main[:EXAMPLES]]
         if wants("voice"):
-            folder = make_streams(settings.data, settings.scratch, 10, 60.0)
+            folder = make_streams(settings.data, settings.scratch)
             chosen = quality.spread(list_pairs(folder), settings.streams)
             voiced = [submit(work.voice_task, f) for f in chosen]
             results["voice_snr"] = [f.info["snr_db"] for f in chosen]

@@ -20,9 +20,9 @@ PIECE_RMS = 1000.0
 
 def varied(rng: np.random.Generator, waves: np.ndarray, speed: float, depth_db: float) -> np.ndarray:
     """(channels, samples) played faster or slower and with other frequencies stressed, now and then."""
-    if rng.random() < 0.3:
+    if rng.random() < 0.6:
         waves = change_speed(waves.T, np.exp(rng.uniform(-speed, speed))).T
-    if rng.random() < 0.3:
+    if rng.random() < 0.6:
         count = waves.shape[1]
         size = scipy.fft.next_fast_len(count, real=True)
         curve = smooth_equaliser(rng, np.fft.rfftfreq(size, 1.0 / RATE), depth_db)

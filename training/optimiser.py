@@ -7,10 +7,20 @@ from dataclasses import dataclass
 import jax
 import jax.numpy as jnp
 
+from training.soap import block_step, init_block
+
+# Decay of the averages of the gradient and of its square; turned bases bear, and want, more patience.
+MEAN_DECAY, TURNED_MEAN_DECAY, SQUARE_DECAY = 0.9, 0.95, 0.99
+# Updates that only gather moments before the first turned step.
+GATHER = 19
+
 
 @dataclass(frozen=True)
 class Schedule:
-    """Settings of one training stage; ``decay`` belongs to the average that is kept."""
+    """Settings of one training stage; ``decay`` belongs to the average that is kept.
+
+    ``shrink`` pulls the matrices towards zero by this share of the learning rate at every update.
+    """
 
     updates: int
     learning_rate: float
@@ -18,12 +28,34 @@ class Schedule:
     floor: float = 0.02
     bound: float = 0.1
     decay: float = 0.998
+    soap: bool = False
+    shrink: float = 0.0
 
 
-def init_optimiser(params: dict) -> dict:
+def blocks(params: dict) -> list[tuple[str, ...]]:
+    """Names of the matrices that SOAP turns; those that see state and input together are one.
+
+    Narrow ones stay with Adam, where there is little to turn.
+    """
+    found: dict[str, tuple[str, ...]] = {}
+    for name in sorted(params):
+        if params[name].ndim == 2 and min(params[name].shape) >= 16:
+            key = name[0] if name[1:] in ("h", "x") else name
+            found[key] = (*found.get(key, ()), name)
+    return list(found.values())
+
+
+def _joined(tree: dict, names: tuple[str, ...]) -> jax.Array:
+    return jnp.concatenate([tree[name] for name in names])
+
+
+def init_optimiser(params: dict, schedule: Schedule) -> dict:
     """Moments at zero and the average at the start parameters."""
     zero = jax.tree.map(jnp.zeros_like, params)
-    return {"m": zero, "v": zero, "mean": params, "count": jnp.zeros((), jnp.float32)}
+    state = {"m": zero, "v": zero, "mean": params, "count": jnp.zeros((), jnp.float32)}
+    if schedule.soap:
+        state["blocks"] = {"+".join(names): init_block(*_joined(params, names).shape) for names in blocks(params)}
+    return state
 
 
 def learning_rate(schedule: Schedule, update: jax.Array) -> jax.Array:
@@ -40,13 +72,26 @@ def apply_gradients(schedule: Schedule, params: dict, state: dict, grads: dict, 
     scale = jnp.minimum(1.0, schedule.bound / (norm + 1e-12))
     count = state["count"] + 1.0
     rate = slower * learning_rate(schedule, update)
-    m = jax.tree.map(lambda m, g: 0.9 * m + 0.1 * scale * g, state["m"], grads)
-    v = jax.tree.map(lambda v, g: 0.99 * v + 0.01 * jnp.square(scale * g), state["v"], grads)
-    hat_m, hat_v = 1.0 - 0.9**count, 1.0 - 0.99**count
-    params = jax.tree.map(
-        lambda p, m, v: p - rate * (m / hat_m) / (jnp.sqrt(v / hat_v) + 1e-8), params, m, v
-    )
+    beta = TURNED_MEAN_DECAY if schedule.soap else MEAN_DECAY
+    grads = jax.tree.map(lambda g: scale * g, grads)
+    m = jax.tree.map(lambda m, g: beta * m + (1.0 - beta) * g, state["m"], grads)
+    v = jax.tree.map(lambda v, g: SQUARE_DECAY * v + (1.0 - SQUARE_DECAY) * jnp.square(g), state["v"], grads)
+    hat_m, hat_v = 1.0 - beta**count, 1.0 - SQUARE_DECAY**count
+    steps = jax.tree.map(lambda m, v: (m / hat_m) / (jnp.sqrt(v / hat_v) + 1e-8), m, v)
+    new = {"m": m, "v": v, "count": count}
+    if schedule.soap:
+        new["blocks"] = {}
+        for key, block in state["blocks"].items():
+            names = tuple(key.split("+"))
+            step, new["blocks"][key] = block_step(
+                block, _joined(grads, names), _joined(m, names) / hat_m, count, SQUARE_DECAY
+            )
+            ends = [sum(params[n].shape[0] for n in names[: k + 1]) for k in range(len(names) - 1)]
+            steps.update(zip(names, jnp.split(step, ends)))
+        rate = jnp.where(count <= GATHER, 0.0, rate)
+    kept = 1.0 - schedule.shrink * rate
+    params = jax.tree.map(lambda p, step: (p * kept if p.ndim == 2 else p) - rate * step, params, steps)
     # The average starts fast, so that a warm start is not dragged along for ever.
     decay = jnp.minimum(schedule.decay, (1.0 + count) / (10.0 + count))
-    mean = jax.tree.map(lambda a, p: decay * a + (1.0 - decay) * p, state["mean"], params)
-    return params, {"m": m, "v": v, "mean": mean, "count": count}, norm
+    new["mean"] = jax.tree.map(lambda a, p: decay * a + (1.0 - decay) * p, state["mean"], params)
+    return params, new, norm

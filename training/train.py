@@ -17,6 +17,7 @@ import subprocess
 import sys
 import time
 import tomllib
+from dataclasses import fields
 from pathlib import Path
 
 import jax
@@ -87,13 +88,15 @@ class Trainer:
             update -= stage["updates"]
         raise ValueError("past the last stage")
 
+    def _schedule(self, index: int) -> Schedule:
+        stage = self.stages[index]
+        return Schedule(**{f.name: stage[f.name] for f in fields(Schedule) if f.name in stage})
+
     def _functions(self, index: int):
         """Compiled update and evaluation of one stage."""
         if index in self._steps:
             return self._steps[index]
-        stage = self.stages[index]
-        names = ("updates", "learning_rate", "warmup", "floor", "bound", "decay")
-        schedule = Schedule(**{k: stage[k] for k in names if k in stage})
+        stage, schedule = self.stages[index], self._schedule(index)
 
         @jax.jit
         def step(params, optimiser, carry, stats, batch, update, slower):
@@ -129,7 +132,8 @@ class Trainer:
             params, stats = self.model.init(np.random.default_rng(self.seed)), None
         if stats is None:
             stats = self.model.statistics(stats_mixer)
-        return {"update": 0, "seconds": 0.0, "params": params, "stats": stats, "optimiser": init_optimiser(params)}
+        optimiser = init_optimiser(params, self._schedule(0))
+        return {"update": 0, "seconds": 0.0, "params": params, "stats": stats, "optimiser": optimiser}
 
     def _valid_loss(self, state: dict, index: int) -> float:
         mixer = self.model.mixer(self.valid, self.streams, [self.seed, 5])
@@ -156,7 +160,7 @@ class Trainer:
             step, _ = self._functions(index)
             count = min(self.every, self.stages[index]["updates"] - first)
             if first == 0 and index > 0:
-                state["optimiser"] = init_optimiser(state["optimiser"]["mean"])
+                state["optimiser"] = init_optimiser(state["optimiser"]["mean"], self._schedule(index))
                 state["params"] = state["optimiser"]["mean"]
             params, optimiser = state["params"], state["optimiser"]
             # Two old copies: the newer one may already be on its way out when a loss gives it away.

@@ -9,6 +9,7 @@ from conftest import CONFIGS, config
 from training import chain
 from training.adapt import adapt, band_edges, widen
 from training.bands import compressed_widths, compression_matrix, expansion_index, pooling_matrix
+from training.join import join
 from training.kinds import make_model
 from training.network import gated_loop, init_recurrent, run_recurrent, short_products
 from training.tracker import RescaleTracker
@@ -136,6 +137,15 @@ def test_a_widened_network_computes_the_same():
     assert np.std(first[:, :, 7:]) > 0.01, "the new units must have something to learn from"
     with pytest.raises(ValueError, match="12 units cannot become one of 7"):
         widen(wide, 7, rng)
+
+
+def test_joined_networks_give_the_mean_of_both():
+    rng = np.random.default_rng(8)
+    halves = [init_recurrent(rng, inputs=5, hidden=hidden, layers=4, outputs=3) for hidden in (7, 4)]
+    inputs = rng.normal(size=(20, 2, 5)).astype(np.float32)
+    want = [run_recurrent(half, inputs, np.zeros((2, len(half["a"])), np.float32))[0] for half in halves]
+    got = run_recurrent(join(*halves), inputs, np.zeros((2, 11), np.float32))[0]
+    np.testing.assert_allclose(got, 0.5 * (want[0] + want[1]), atol=1e-5)
 
 
 @pytest.mark.parametrize("name", sorted(path.stem for path in CONFIGS.glob("*.toml")))

@@ -47,6 +47,7 @@ alpha = 1.0
 spectral = 1.0
 ratio = 0.02
 envelope = 0.3
+soap = true
 
 [keys]
 ORVEL_COMPRESS_RATE_v0_0_5 = "1"
