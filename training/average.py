@@ -28,6 +28,12 @@ def with_loop(params: dict, scale: float) -> dict:
     return {name: np.float32(scale) * value if name in ("Ah", "Bh") else value for name, value in params.items()}
 
 
+def require_same_inputs(stats: dict, others: dict) -> None:
+    """Ends the program when two files cannot be combined."""
+    if any(not np.array_equal(stats[name], others[name]) for name in stats):
+        raise SystemExit("the two files normalise their inputs differently: they are not one model's")
+
+
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--config", required=True)
@@ -40,8 +46,7 @@ def main() -> None:
         config = tomllib.load(handle)
     model = make_model(config)
     (first, stats), (second, others) = (model.from_entries(read_weights(path)) for path in args.weights)
-    if any(not np.array_equal(stats[name], others[name]) for name in stats):
-        raise SystemExit("the two files normalise their inputs differently: they are not one model's")
+    require_same_inputs(stats, others)
     params = with_loop(average(first, second, args.share), args.loop)
     export_model(args.out, config, model.entries(params, stats))
 

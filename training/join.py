@@ -14,6 +14,7 @@ import tomllib
 
 import numpy as np
 
+from training.average import require_same_inputs
 from training.export import export_model
 from training.kinds import make_model
 from training.weights_file import read_weights
@@ -49,8 +50,7 @@ def main() -> None:
         model = make_model({**config, "model": {**config["model"], "hidden": hidden}})
         loaded.append(model.from_entries(entries))
     (first, stats), (second, others) = loaded
-    if any(not np.array_equal(stats[name], others[name]) for name in stats):
-        raise SystemExit("the two files normalise their inputs differently: they are not one model's")
+    require_same_inputs(stats, others)
     params, model = join(first, second), make_model(config)
     if len(params["a"]) != model.hidden:
         raise SystemExit(f"the two files have {len(params['a'])} units together, the configuration {model.hidden}")
