@@ -27,7 +27,8 @@ The pairs mix speakers and noise recordings of the held-out split, which trainin
 
 - PESQ: wide-band, narrow-band at 8 kHz. STOI, ESTOI: intelligibility, 1 is best. SI-SDR: signal to
   distortion. OVRL: overall opinion predicted by DNSMOS without a reference, 1 to 5. The last stage of
-  training our recurrent models listened to that network too, so it is no independent judge of them.
+  training our recurrent models listened to that network and to a relative of PESQ too, so these two are no
+  independent judges of them.
 - cut: share of speech frames (32 ms, within 25 dB of the loud ones) that come out over 12 dB too low.
 - pauses: by how many dB the noise is lower where nobody speaks.
 - CPU s/s: CPU seconds per second of audio while {jobs} processes of the evaluation, and whatever else

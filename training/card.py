@@ -77,9 +77,10 @@ def card_text(config: dict, entries: dict, weights: Path, metrics: str, command:
         lines += ["Through the emulated chain, on speakers and recordings that training did not see; `training.evalset`"]
         lines += ["makes them (60 pairs of 6 s at 16 kHz, 40 at 8 and 32 kHz, 10 streams for the detector):", ""]
         lines += ["```", f"$ {command}", metrics.rstrip(), "```", ""]
-    if any(stage.get("opinion") for stage in config["stage"]):
-        lines += ["DNSMOS' network was part of the last stage's loss: `sig`, `bak` and `ovrl` are no independent judges."]
-        lines += [""]
+    judges = {"opinion": "DNSMOS' network (`sig`, `bak`, `ovrl`)", "quality": "an estimate of PESQ (`pesq`)"}
+    heard = [text for key, text in judges.items() if any(stage.get(key) for stage in config["stage"])]
+    if heard:
+        lines += [f"In the loss, and so no independent judge: {', '.join(heard)}.", ""]
     lines += ["`make evaluate` measures the built library beside other systems; its report is `docs/quality.md`.", ""]
     if detector:
         low, high = (float(v) for v in entries["Test_MINMAX"])

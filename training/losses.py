@@ -10,8 +10,8 @@ import numpy as np
 
 from training.bands import compression_matrix
 from training.chain import Shape, frames
-from training.loudness import disturbance
 from training.opinion import load_network, opinion, resampled
+from training.quality import quality
 
 COMPRESSION = 0.3
 PHASE_WEIGHT = 0.3
@@ -178,18 +178,18 @@ def _opinion_loss(out: jax.Array, voiced: jax.Array, rate: int, streams: int) ->
 def sequence_output_loss(out: jax.Array, batch: dict, shape: Shape, stage: dict) -> jax.Array:
     """``output_loss`` of one batch over the samples that all their frames have reached.
 
-    A stage with ``loudness`` adds that weight times the audible disturbance, one with ``opinion``
-    that weight times the estimated opinion of a few streams.
+    A stage with ``quality`` takes off that weight times the estimated quality beside the target, one
+    with ``opinion`` that weight times the estimated opinion of a few streams.
     """
     inner = slice(shape.step, -shape.step)
     weights = OutputWeights(stage["alpha"], stage["spectral"], stage["ratio"], stage["envelope"])
     norm, wide, voiced = batch["norm"], batch["wide"], batch["voiced"]
     out = out[:, inner]
     total = output_loss(out, batch["target"][:, inner], norm, wide, voiced, shape.sample_rate, weights)
-    if stage.get("loudness"):
+    if stage.get("quality"):
         scale = 1.0 / norm[:, None]
-        audible = disturbance(out * scale, batch["target"][:, inner] * scale, shape.sample_rate)
-        total += stage["loudness"] * jnp.sum(audible * voiced) / (jnp.sum(voiced) + 1e-3)
+        estimate = quality(out * scale, batch["target"][:, inner] * scale, shape.sample_rate)
+        total -= stage["quality"] * jnp.sum(estimate * voiced) / (jnp.sum(voiced) + 1e-3)
     if stage.get("opinion"):
         total += stage["opinion"] * _opinion_loss(out, voiced, shape.sample_rate, stage.get("opinion_streams", 4))
     return total
