@@ -190,7 +190,7 @@ def main() -> None:
     add("--data", type=Path, default=ROOT.parent / "shared" / "data", help="recordings to mix")
     add("--clips", type=int, default=15)
     add("--seconds", type=float, default=6.0)
-    add("--streams", type=int, default=2, help="minutes for the detectors")
+    add("--streams", type=int, default=30, help="minutes for the detectors")
     add("--core", type=int, default=max(os.sched_getaffinity(0)))
     add("--scratch", type=Path, default=ROOT / "build" / "evaluation")
     add("--out", type=Path, default=ROOT / "docs" / "performance-peers.md")
