@@ -4,6 +4,7 @@ Follows the perceptual model of ITU-T P.862 (P.862.2 for wide band): power per B
 filter, Zwicker's loudness, a dead zone where a difference is masked, a larger weight for what was added
 than for what is missing, the worst part of each syllable, and the map to the mean opinion. Alignment in
 time and of the level is left out; bands, thresholds and filters are smooth curves near its tables.
+PESQ forgives softer and duller speech, which training would make use of; this estimate does not.
 """
 
 from __future__ import annotations
@@ -27,6 +28,8 @@ LOWEST = 60.0  # Hz
 BAND_WIDTH = 0.46  # Bark
 HALF_SYLLABLE = 10  # frames of 16 ms
 WORST_FRAME = 45.0
+MOST_GAIN = 1.25  # of power, to a frame that is too soft; 5 in P.862
+LEAST_TONE = 0.8  # of power, from a band that is too soft throughout; 0.01 in P.862
 # A telephone's handset: Hz and dB.
 HANDSET = ((50, -40), (100, -20), (200, -6), (300, -1), (500, 2), (1000, 4), (2000, 6), (3000, 6), (3400, 3), (4000, -20))
 
@@ -90,20 +93,20 @@ def _loudness(power: jax.Array, bands: Bands) -> jax.Array:
 
 
 def _same_tone(got: jax.Array, wanted: jax.Array, quiet: np.ndarray) -> jax.Array:
-    """``wanted`` with the mean spectrum of ``got``, for a filter disturbs less than noise."""
+    """``wanted`` with more of what ``got`` has more of throughout, for a filter disturbs less than noise."""
     heard = [jnp.where(power > 100.0 * quiet, power, 0.0) for power in (got, wanted)]
     active = jnp.sum(heard[1], axis=2, keepdims=True) > 1e7
     means = [jnp.mean(power * active, axis=1, keepdims=True) for power in heard]
-    return wanted * jnp.clip((means[0] + 1e3) / (means[1] + 1e3), 0.01, 100.0)
+    return wanted * jnp.clip((means[0] + 1e3) / (means[1] + 1e3), LEAST_TONE, 100.0)
 
 
 def _same_level(got: jax.Array, wanted: jax.Array, quiet: np.ndarray) -> tuple[jax.Array, jax.Array]:
-    """``got`` with the level of each frame of ``wanted``, a little late; also that level."""
+    """``got`` nearer to the level of each frame of ``wanted``, a little late; also that level."""
     levels = [jnp.sum(jnp.where(power > quiet, power, 0.0), axis=2) for power in (got, wanted)]
     now = (levels[1] + 5e3) / (levels[0] + 5e3)
     before = [jnp.pad(now, ((0, 0), (k, 0)), mode="edge")[:, : now.shape[1]] for k in (1, 2)]
     gain = 0.8 * now + 0.16 * before[0] + 0.04 * before[1]
-    return got * jnp.clip(gain, 3e-4, 5.0)[:, :, None], levels[1]
+    return got * jnp.clip(gain, 3e-4, MOST_GAIN)[:, :, None], levels[1]
 
 
 def _pooled(disturbance: jax.Array) -> jax.Array:
