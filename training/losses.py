@@ -169,10 +169,15 @@ def sequence_mask_loss(
     return mask_loss(inside["logits"], weight * known, best, stage["alpha"])
 
 
-def _opinion_loss(out: jax.Array, voiced: jax.Array, rate: int, streams: int) -> jax.Array:
-    """Minus the estimated overall opinion of the first ``streams`` streams, where they hold speech."""
+def _voiced_mean(values: jax.Array, voiced: jax.Array) -> jax.Array:
+    """Mean over the streams that hold speech; nothing where none does."""
+    return jnp.sum(values * voiced) / (jnp.sum(voiced) + 1e-3)
+
+
+def _overall_opinion(out: jax.Array, voiced: jax.Array, rate: int, streams: int) -> jax.Array:
+    """The estimated overall opinion of the first ``streams`` streams, where they hold speech."""
     scores = opinion(load_network(), resampled(out[:streams] / 32768.0, rate))[:, 2]
-    return -jnp.sum(scores * voiced[:streams]) / (jnp.sum(voiced[:streams]) + 1e-3)
+    return _voiced_mean(scores, voiced[:streams])
 
 
 def sequence_output_loss(out: jax.Array, batch: dict, shape: Shape, stage: dict) -> jax.Array:
@@ -184,12 +189,12 @@ def sequence_output_loss(out: jax.Array, batch: dict, shape: Shape, stage: dict)
     inner = slice(shape.step, -shape.step)
     weights = OutputWeights(stage["alpha"], stage["spectral"], stage["ratio"], stage["envelope"])
     norm, wide, voiced = batch["norm"], batch["wide"], batch["voiced"]
-    out = out[:, inner]
-    total = output_loss(out, batch["target"][:, inner], norm, wide, voiced, shape.sample_rate, weights)
+    out, want = out[:, inner], batch["target"][:, inner]
+    total = output_loss(out, want, norm, wide, voiced, shape.sample_rate, weights)
     if stage.get("quality"):
         scale = 1.0 / norm[:, None]
-        estimate = quality(out * scale, batch["target"][:, inner] * scale, shape.sample_rate)
-        total -= stage["quality"] * jnp.sum(estimate * voiced) / (jnp.sum(voiced) + 1e-3)
+        total -= stage["quality"] * _voiced_mean(quality(out * scale, want * scale, shape.sample_rate), voiced)
     if stage.get("opinion"):
-        total += stage["opinion"] * _opinion_loss(out, voiced, shape.sample_rate, stage.get("opinion_streams", 4))
+        streams = stage.get("opinion_streams", 4)
+        total -= stage["opinion"] * _overall_opinion(out, voiced, shape.sample_rate, streams)
     return total

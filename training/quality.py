@@ -76,14 +76,14 @@ def bark_bands(rate: int, size: int) -> Bands:
     return Bands(*single, width=float(edges[1] - edges[0]))
 
 
-def _powers(wave: jax.Array, rate: int, size: int) -> jax.Array:
+def _powers(wave: jax.Array, size: int, bands: Bands) -> jax.Array:
     hop = size // 2
     count = wave.shape[1] // hop
     window = (0.5 - 0.5 * np.cos(2.0 * np.pi * np.arange(size) / size)).astype(np.float32)
     spectrum = jnp.fft.rfft(frames(wave[:, : count * hop], hop) * window)
     # The square of a window's sum grows with the square of its length.
     power = (jnp.square(spectrum.real) + jnp.square(spectrum.imag)) * np.float32(POWER_SCALE * (512.0 / size) ** 2)
-    return power @ bark_bands(rate, size).matrix
+    return power @ bands.matrix
 
 
 def _loudness(power: jax.Array, bands: Bands) -> jax.Array:
@@ -126,7 +126,7 @@ def quality(out: jax.Array, want: jax.Array, rate: int) -> jax.Array:
     """
     size = rate * 32 // 1000
     bands = bark_bands(rate, size)
-    got, wanted = (_powers(wave * LEVEL, rate, size) for wave in (out, want))
+    got, wanted = (_powers(wave * LEVEL, size, bands) for wave in (out, want))
     wanted = _same_tone(got, wanted, bands.quiet)
     got, level = _same_level(got, wanted, bands.quiet)
     a, b = _loudness(got, bands), _loudness(wanted, bands)

@@ -9,7 +9,7 @@ from training.quality import quality
 
 
 def damaged(wave: np.ndarray, rate: int) -> list[np.ndarray]:
-    """``wave`` with noise, holes, a muffled sound, or clipped, in several strengths."""
+    """``wave`` with steady and pulsed noise, with holes, or clipped, in several strengths."""
     rng = np.random.default_rng(6)
     white, times = rng.normal(0.0, 1.0, wave.shape), np.arange(len(wave))
     red = np.convolve(white, 0.95 ** np.arange(200), "same")
