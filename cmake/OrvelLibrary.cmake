@@ -1,22 +1,28 @@
-# The library's three forms, made from one compilation:
-#   orvel_objects   position-independent objects, hidden visibility
+# The library's forms, made from one compilation with hidden visibility:
 #   orvel           liborvel.so.1, only the names in orvel.map are visible
-#   orvel_internal  static, for unit tests, fuzz targets, benchmarks and the weight tools
+#   orvel_core      all of it, static and without exports: for tests of the inside, fuzz targets, benchmarks
+#   orvel_weights   what reads model files, with the table of tuning keys, static: for the command
+# A program links one of the first two. orvel_weights goes with orvel: they share no visible name, so the
+# order in which they are linked does not matter.
 include(orvel_sources)
 configure_file("${CMAKE_CURRENT_LIST_DIR}/orvel_version.h.in"
                "${PROJECT_BINARY_DIR}/generated/orvel_version.h" @ONLY)
 
+add_library(orvel_weight_objects OBJECT ${ORVEL_WEIGHT_SOURCES} ${ORVEL_TABLE_SOURCES})
+target_include_directories(orvel_weight_objects PUBLIC "${PROJECT_SOURCE_DIR}"
+                                                       "${PROJECT_SOURCE_DIR}/include"
+                                                       "${PROJECT_BINARY_DIR}/generated")
+target_link_libraries(orvel_weight_objects PRIVATE orvel_options)
+
 add_library(orvel_objects OBJECT ${ORVEL_SOURCES})
-target_include_directories(orvel_objects PUBLIC "${PROJECT_SOURCE_DIR}"
-                                                "${PROJECT_SOURCE_DIR}/include"
-                                                "${PROJECT_BINARY_DIR}/generated")
-target_compile_definitions(orvel_objects PRIVATE ORVEL_BUILDING_LIBRARY)
-target_link_libraries(orvel_objects PUBLIC orvel_mkl orvel_resample PRIVATE orvel_options)
+target_link_libraries(orvel_objects PUBLIC orvel_weight_objects orvel_mkl orvel_resample
+                                    PRIVATE orvel_options)
 
 set(_export_map "${CMAKE_CURRENT_LIST_DIR}/orvel.map")
-add_library(orvel SHARED)
+add_library(orvel SHARED ${ORVEL_EXPORT_SOURCES})
 add_library(orvel::orvel ALIAS orvel)
-target_link_libraries(orvel PRIVATE orvel_objects)
+target_compile_definitions(orvel PRIVATE ORVEL_BUILDING_LIBRARY)
+target_link_libraries(orvel PRIVATE orvel_objects orvel_weight_objects orvel_options)
 target_include_directories(orvel INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
                                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 target_link_options(orvel PRIVATE "-Wl,--version-script=${_export_map}" "-Wl,--exclude-libs,ALL"
@@ -30,6 +36,10 @@ set_target_properties(orvel PROPERTIES VERSION ${PROJECT_VERSION}
                                        LINKER_LANGUAGE CXX
                                        LINK_DEPENDS "${_export_map}")
 
-add_library(orvel_internal STATIC)
-target_link_libraries(orvel_internal PUBLIC orvel_objects)
-set_target_properties(orvel_internal PROPERTIES LINKER_LANGUAGE CXX)
+add_library(orvel_core STATIC ${ORVEL_EXPORT_SOURCES})
+target_compile_definitions(orvel_core PUBLIC ORVEL_STATIC)
+target_link_libraries(orvel_core PUBLIC orvel_objects orvel_weight_objects PRIVATE orvel_options)
+
+add_library(orvel_weights STATIC)
+target_link_libraries(orvel_weights PUBLIC orvel_weight_objects)
+set_target_properties(orvel_weights PROPERTIES LINKER_LANGUAGE CXX)

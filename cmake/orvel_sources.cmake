@@ -1,50 +1,49 @@
-# Sources of the library, by folder.
-set(ORVEL_SOURCES
-  utils/en_threshold.cpp
-  utils/fft.cpp
-  utils/mean_energy.cpp
+# Versions and tuning keys as plain data: no MKL behind them, so that the command can hold them too. A
+# new version's unit is found by its name.
+file(GLOB _versions RELATIVE "${PROJECT_SOURCE_DIR}" CONFIGURE_DEPENDS
+     "${PROJECT_SOURCE_DIR}/noise_canceller/noise_cleaner_v*.cpp")
+set(ORVEL_TABLE_SOURCES ${_versions} noise_canceller/cleaner_versions.cpp
+                        noise_canceller/tuning_key_table.cpp)
+
+# What reads model files: nothing but the C++ library behind it.
+set(ORVEL_WEIGHT_SOURCES
   utils/native_path.cpp
   utils/orvel_exception.cpp
-  utils/window_generators.cpp
   containers/any_map.cpp
-  weights/binary_file.cpp
   weights/control_file.cpp
+  weights/model_files.cpp
   weights/model_store.cpp
   weights/weight.cpp
-  weights/weight_records.cpp
-  noise_canceller/affine_bank.cpp
-  noise_canceller/band_compression.cpp
-  noise_canceller/frame_parameters.cpp
+  weights/weight_format.cpp
+)
+
+# The rest of the library, by folder.
+set(ORVEL_SOURCES
+  utils/c_locale_number.cpp
+  utils/energy_trackers.cpp
+  utils/fft.cpp
+  utils/window_generators.cpp
   noise_canceller/gain_chain.cpp
-  noise_canceller/gain_settings.cpp
-  noise_canceller/gain_tracker.cpp
-  noise_canceller/generated_objects.cpp
-  noise_canceller/mask_network.cpp
-  noise_canceller/masking_pipeline.cpp
+  noise_canceller/masking_cleaner.cpp
+  noise_canceller/network.cpp
   noise_canceller/network_input.cpp
-  noise_canceller/noise_average.cpp
-  noise_canceller/noise_average_stages.cpp
+  noise_canceller/network_weights.cpp
   noise_canceller/noise_cleaner.cpp
-  noise_canceller/noise_cleaner_v0_0_1.cpp
-  noise_canceller/noise_cleaner_v0_0_2.cpp
-  noise_canceller/noise_cleaner_v0_0_3.cpp
-  noise_canceller/noise_cleaner_v0_0_4.cpp
-  noise_canceller/noise_cleaner_v0_0_5.cpp
   noise_canceller/overlap_add.cpp
-  noise_canceller/recurrent_network.cpp
-  noise_canceller/rescaled_stages.cpp
   noise_canceller/spectral_features.cpp
-  noise_canceller/state_reset.cpp
   noise_canceller/synthesis.cpp
-  noise_canceller/tuning_keys.cpp
+  noise_canceller/tuning_values.cpp
   noise_canceller/vad_cleaner_v0_0_1.cpp
   noise_canceller/vad_features.cpp
-  noise_canceller/weight_reader.cpp
+  noise_canceller/weight_parameters.cpp
+  orv-sdk/context.cpp
+  orv-sdk/exports.cpp
   orv-sdk/frame_resampler.cpp
   orv-sdk/instance.cpp
-  orv-sdk/orv-sdk-ext.cpp
-  orv-sdk/orv-sdk.cpp
-  orv-sdk/resampler_cache.cpp
+  orv-sdk/last_error.cpp
   orv-sdk/session.cpp
   orv-sdk/session_table.cpp
 )
+
+# The C functions. The shared library makes them visible, the static one does not.
+set(ORVEL_EXPORT_SOURCES orv-sdk/orv-sdk-ext.cpp orv-sdk/orv-sdk.cpp)

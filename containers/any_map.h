@@ -6,10 +6,25 @@
 #include <string>
 #include <utility>
 
-#include "containers/any.h"
-#include "containers/map_object.h"
-
 namespace ORVEL::CONTAINERS {
+
+/** Polymorphic base of every value kept in an AnyMap. */
+class MapObject {
+ public:
+  MapObject() = default;
+  MapObject(const MapObject&) = delete;
+  MapObject& operator=(const MapObject&) = delete;
+  virtual ~MapObject() = default;
+};
+
+/** Holder of one shared value of type T. */
+template <class T>
+class Any final : public MapObject {
+ public:
+  explicit Any(std::shared_ptr<T> held) : value(std::move(held)) {}
+
+  std::shared_ptr<T> value;
+};
 
 /** Throws the exception of a required value that is missing or of another type. */
 [[noreturn]] void throwMissingData(const std::string& key);

@@ -34,6 +34,13 @@ GainChain::GainChain(const GainSettings& settings, RmThresholdOrder order,
   }
 }
 
+void GainChain::reset() {
+  std::fill(stored_.begin(), stored_.end(), 0.0F);
+  if (gate_.has_value()) {
+    gate_->reset();
+  }
+}
+
 void GainChain::measure(const float* windowedFrame) {
   if (gate_.has_value()) {
     gate_->measure(windowedFrame, frameLength_);

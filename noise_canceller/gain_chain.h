@@ -4,18 +4,20 @@
 #include <optional>
 #include <vector>
 
-#include "noise_canceller/frame_parameters.h"
-#include "noise_canceller/gain_settings.h"
-#include "utils/en_threshold.h"
+#include "noise_canceller/weight_parameters.h"
+#include "utils/energy_trackers.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
-/** How the gains below the RM threshold T are scaled; the two differ in the last bit only. */
-enum class RmThresholdOrder {
-  /** g * (1 / T) * g */
-  kGainFirst,
-  /** (1 / T) * g * g */
-  kReciprocalFirst,
+struct GainSettings {
+  /** Weight of the new gains against the previous ones; 1 switches the smoothing off. */
+  float smoothing = 1.0F;
+  bool softModification = false;
+  bool squareHighFrequencies = false;
+  bool thresholdCut = false;
+  float thresholdCutReference = 100.0F;
+  bool rmThreshold = false;
+  float rmThresholdValue = 0.5F;
 };
 
 /**
@@ -31,6 +33,9 @@ class GainChain {
 
   /** Where the network's mask goes: the band, inside gains that are zero outside it. */
   float* band();
+
+  /** Forgets the gains and the level of the hops so far. */
+  void reset();
 
   /** Shapes the gains; the result is also what the next hop is smoothed against. */
   const std::vector<float>& shape();

@@ -1,30 +1,39 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
+#include <vector>
+
+#include "noise_canceller/network_weights.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
-/** A network that is evaluated once per hop; allocates nothing after construction. */
+/**
+ * A session's network: hidden layers of a linear branch plus a rectified non-linear one, then an output
+ * layer. A recurrent one shows its first layer the state in front of the input, and blends that layer's
+ * output into the state for the next hop. Allocates nothing after construction.
+ */
 class Network {
  public:
-  Network() = default;
-  Network(const Network&) = delete;
-  Network& operator=(const Network&) = delete;
-  virtual ~Network() = default;
+  explicit Network(std::shared_ptr<const NetworkWeights> weights);
 
-  virtual std::size_t inputs() const = 0;
-  virtual std::size_t outputs() const = 0;
+  std::size_t inputs() const { return weights_->inputs; }
+  std::size_t outputs() const { return weights_->layers.back().bank.outputs(); }
+
   /** Reads inputs() values and writes outputs() values. */
-  virtual void evaluate(const float* input, float* output) = 0;
-};
+  void evaluate(const float* input, float* output);
 
-/** Linear branch plus the rectified non-linear branch, both `count` values; y may be `linear`. */
-inline void addRectified(const float* nonLinear, const float* linear, float* y, std::size_t count) {
-  for (std::size_t i = 0; i < count; ++i) {
-    // Without a branch, whose outcome nobody could foretell.
-    const float rectified = nonLinear[i] >= 0.0F ? nonLinear[i] : 0.0F;
-    y[i] = linear[i] + rectified;
-  }
-}
+  /** Sets the state back to zeros. */
+  void reset();
+
+ private:
+  void updateState(const float* y, float* gate);
+
+  std::shared_ptr<const NetworkWeights> weights_;
+  /** The state, then the input: what a recurrent first layer takes. */
+  std::vector<float> stateAndInput_;
+  std::vector<float> branches_;
+  std::vector<float> hidden_;
+};
 
 }  // namespace ORVEL::NOISE_CANCELLER

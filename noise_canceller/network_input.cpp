@@ -1,8 +1,10 @@
 #include "noise_canceller/network_input.h"
 
+#include <algorithm>
 #include <string>
 
-#include "noise_canceller/weight_reader.h"
+#include "noise_canceller/vector_functions.h"
+#include "noise_canceller/weight_parameters.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
@@ -29,6 +31,17 @@ void checkStatistics(std::size_t inputs, const std::vector<float>& means,
   }
 }
 
+// Four minutes of full-band frames: keeps a hostile count from exhausting memory.
+constexpr std::size_t kMostValues = std::size_t{1} << 22;
+
+std::size_t checkedValues(std::size_t width, std::size_t frameCount) {
+  if (frameCount > kMostValues / width) {
+    refuseWeights("NATFrameCount is " + std::to_string(frameCount) + ", the most allowed for " +
+                  std::to_string(width) + " bins is " + std::to_string(kMostValues / width));
+  }
+  return width * frameCount;
+}
+
 }  // namespace
 
 NetworkInput::NetworkInput(std::size_t features, std::size_t frames, std::size_t appended,
@@ -41,6 +54,11 @@ NetworkInput::NetworkInput(std::size_t features, std::size_t frames, std::size_t
   deviations_ = perInput(deviations, inputs);
   input_.resize(inputs);
   history_ = UTILS::SlidingBuffer(features * (frames + 1) * kHistorySpans);
+  history_.appendZeros(historyLength_);
+}
+
+void NetworkInput::reset() {
+  history_.clear();
   history_.appendZeros(historyLength_);
 }
 
@@ -58,6 +76,35 @@ const float* NetworkInput::normalised(const float* appended) {
     input_[i] = (appended[i - historyLength_] - means_[i]) / deviations_[i];
   }
   return input_.data();
+}
+
+NoiseAverage::NoiseAverage(const FrameParameters& frame, std::size_t frameCount)
+    : begin_(frame.bandBegin),
+      frameCount_(frameCount),
+      sum_(frame.bandWidth(), 0.0F),
+      removed_(frame.bandWidth(), 0.0F),
+      frames_(checkedValues(frame.bandWidth(), frameCount), 0.0F) {}
+
+void NoiseAverage::update(const Spectrum& spectrum, const std::vector<float>& gains) {
+  float* slot = frames_.data() + oldest_ * sum_.size();
+  const auto divisor = static_cast<float>(frameCount_);
+  for (std::size_t k = 0; k < sum_.size(); ++k) {
+    removed_[k] = static_cast<float>(powerOf(spectrum[begin_ + k] * (1.0F - gains[begin_ + k])));
+  }
+  squareRoots(removed_.data(), removed_.data(), removed_.size());
+  logarithms(removed_.data(), 1.0, 1.0, removed_.data(), removed_.size());
+  for (std::size_t k = 0; k < sum_.size(); ++k) {
+    const float share = removed_[k] / divisor;
+    sum_[k] = sum_[k] - slot[k] + share;
+    slot[k] = share;
+  }
+  oldest_ = (oldest_ + 1) % frameCount_;
+}
+
+void NoiseAverage::reset() {
+  oldest_ = 0;
+  std::fill(sum_.begin(), sum_.end(), 0.0F);
+  std::fill(frames_.begin(), frames_.end(), 0.0F);
 }
 
 }  // namespace ORVEL::NOISE_CANCELLER

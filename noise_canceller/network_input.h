@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "noise_canceller/spectral_features.h"
 #include "utils/sliding_buffer.h"
 
 namespace ORVEL::NOISE_CANCELLER {
@@ -35,6 +36,9 @@ class NetworkInput {
   /** Room for the current frame's features, to be written before `normalised` is called. */
   float* nextFrame();
 
+  /** Forgets all frames. */
+  void reset();
+
   /** The normalised input; `appended` holds as many values as the constructor was told. */
   const float* normalised(const float* appended);
 
@@ -45,6 +49,32 @@ class NetworkInput {
   std::vector<float> deviations_;
   std::vector<float> input_;
   UTILS::SlidingBuffer history_;
+};
+
+/**
+ * Mean over the last frames of ln(|X (1 - g)| + 1): the log magnitude of what the gains removed in each
+ * bin of the band. Starts at zero.
+ */
+class NoiseAverage {
+ public:
+  /** @throws ORVEL_Exception when the record would be out of all proportion. */
+  NoiseAverage(const FrameParameters& frame, std::size_t frameCount);
+
+  /** Takes the spectrum and the gains of the frame, each with a value per bin. */
+  void update(const Spectrum& spectrum, const std::vector<float>& gains);
+
+  /** Forgets all frames. */
+  void reset();
+
+  const float* values() const { return sum_.data(); }
+
+ private:
+  std::size_t begin_;
+  std::size_t frameCount_;
+  std::size_t oldest_ = 0;
+  std::vector<float> sum_;
+  std::vector<float> removed_;
+  std::vector<float> frames_;
 };
 
 }  // namespace ORVEL::NOISE_CANCELLER

@@ -3,11 +3,7 @@
 #include <limits>
 #include <string>
 
-#include "noise_canceller/noise_cleaner_v0_0_1.h"
-#include "noise_canceller/noise_cleaner_v0_0_2.h"
-#include "noise_canceller/noise_cleaner_v0_0_3.h"
-#include "noise_canceller/noise_cleaner_v0_0_4.h"
-#include "noise_canceller/noise_cleaner_v0_0_5.h"
+#include "noise_canceller/masking_cleaner.h"
 #include "noise_canceller/vad_cleaner_v0_0_1.h"
 #include "utils/orvel_exception.h"
 
@@ -16,24 +12,6 @@ namespace ORVEL::NOISE_CANCELLER {
 NoiseCleaner::~NoiseCleaner() = default;
 
 namespace {
-
-using Maker = std::shared_ptr<NoiseCleaner> (*)(WEIGHTS::Model&, int);
-
-template <class Cleaner>
-std::shared_ptr<NoiseCleaner> make(WEIGHTS::Model& model, int frameDurationMs) {
-  return std::make_shared<Cleaner>(model, frameDurationMs);
-}
-
-struct Version {
-  const char* name;
-  Maker maker;
-};
-
-constexpr Version kVersions[] = {
-    {"0.0.1", make<NoiseCleaner_v0_0_1>}, {"0.0.2", make<NoiseCleaner_v0_0_2>},
-    {"0.0.3", make<NoiseCleaner_v0_0_3>}, {"0.0.4", make<NoiseCleaner_v0_0_4>},
-    {"0.0.5", make<NoiseCleaner_v0_0_5>}, {"VAD_0.0.1", make<VadCleaner_v0_0_1>},
-};
 
 [[noreturn]] void refuse(const char* message) {
   throw UTILS::ORVEL_Exception(message, "noise_canceller/noise_cleaner", 0, "create");
@@ -67,13 +45,14 @@ std::shared_ptr<NoiseCleaner> create(const WEIGHTS::ModelStore& store, std::uint
   if (model == nullptr) {
     refuse(modelName != nullptr ? "Weight with this name isn't found" : "Weight not found ");
   }
-  const std::string version = WEIGHTS::getWeightVersion(*model->weight);
-  for (const Version& known : kVersions) {
-    if (version == known.name) {
-      return known.maker(*model, frameDurationMs);
-    }
+  const CleanerTraits* version = findCleanerVersion(WEIGHTS::getWeightVersion(*model->weight));
+  if (version == nullptr) {
+    refuse("Unsupported weight version");
   }
-  refuse("Unsupported weight version");
+  if (version->kind == SessionKind::kVoiceActivity) {
+    return std::make_shared<VadCleaner_v0_0_1>(*model, *version, frameDurationMs);
+  }
+  return std::make_shared<MaskingCleaner>(*model, *version, frameDurationMs);
 }
 
 }  // namespace ORVEL::NOISE_CANCELLER

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "noise_canceller/cleaner_versions.h"
 #include "utils/non_copyable.h"
 #include "weights/model_store.h"
 
@@ -29,6 +30,12 @@ class NoiseCleaner : public UTILS::NonCopyMovable {
    */
   virtual int process(std::vector<float>& samples) = 0;
 
+  /**
+   * Puts the cleaner back to the state it was created in, bit for bit: nothing of the stream so far is
+   * remembered. The gain floor stays as it was set. Allocates nothing, takes no lock.
+   */
+  virtual void reset() = 0;
+
   /** Samples by which the output lags behind the input, at the model's rate. */
   virtual std::size_t delay() const { return 0; }
 
@@ -40,9 +47,6 @@ class NoiseCleaner : public UTILS::NonCopyMovable {
  private:
   std::shared_ptr<const WEIGHTS::Weight> weight_;
 };
-
-/** What a session is opened for. */
-enum class SessionKind { kNoiseCleaning = 1, kVoiceActivity = 2 };
 
 /**
  * Builds the cleaner of a model.

@@ -1,59 +1,47 @@
-#include "noise_canceller/noise_cleaner_v0_0_1.h"
+#include <array>
 
-#include "noise_canceller/model_weights.h"
-#include "noise_canceller/noise_average_stages.h"
+#include "noise_canceller/cleaner_versions.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
 namespace {
 
-/** Window behind the inverse transform; without it the Hamming-windowed spectrum is masked. */
-struct WindowAfterSettings {
-  bool enabled = true;
-  bool hamming = false;
+using enum ParameterType;
+
+constexpr std::array kParameters{
+    RequiredParameter{"SampleRate", kInt},
+    RequiredParameter{"FrameLength", kInt},
+    RequiredParameter{"Step", kInt},
+    RequiredParameter{"FiltrBegin", kInt},
+    RequiredParameter{"FiltrEnd", kInt},
+    RequiredParameter{"PreviewFrames", kInt},
+    RequiredParameter{"NATFrameCount", kInt},
+    RequiredParameter{"CoefficientNumber", kInt},
+    RequiredParameter{"MU", kFloats},
+    RequiredParameter{"SD", kFloats},
+    RequiredParameter{"WeightLinear", kMatrices},
+    RequiredParameter{"WeightNonLinear", kMatrices},
+    RequiredParameter{"BaesLinear", kFloatLists},
+    RequiredParameter{"BaesNonLinear", kFloatLists},
+    RequiredParameter{"HeadenMultiplier", kFloatLists},
+    RequiredParameter{"HeadenReducer", kFloatLists},
 };
-
-WindowAfterSettings readWindowAfter(const TuningKeys& keys) {
-  WindowAfterSettings settings;
-  keys.readSwitch("ORVEL_ENABLE_WINDOW_AFTER", settings.enabled);
-  const auto type = settings.enabled ? keys.text("ORVEL_WINDOW_AFTER") : nullptr;
-  if (type != nullptr && *type == "HAMMING") {
-    settings.hamming = true;
-  }
-  return settings;
-}
-
-SharedWindow windowAfter(const WindowAfterSettings& settings, CONTAINERS::AnyMap& keys,
-                         std::size_t length) {
-  if (!settings.enabled) {
-    return nullptr;
-  }
-  return settings.hamming ? obtainHammingWindow(keys, length) : obtainTriangleWindow(keys, length);
-}
-
-MaskingStages makeStages(WEIGHTS::Model& model) {
-  const NoiseAverageParameters parameters = NoiseAverageParameters::read(*model.weight);
-  std::unique_ptr<Network> network = makeNoiseAverageNetwork(model, parameters);
-
-  const TuningKeys keys(model.keys, "_v0_0_1");
-  GainSettings gains;
-  SynthesisSettings synthesis;
-  readSmoothing(keys, gains);
-  const WindowAfterSettings after = readWindowAfter(keys);
-  readClipFix(keys, NumberStyle::kWhole, synthesis.clipFix);
-  readThresholds(keys, NumberStyle::kWhole, gains);
-
-  synthesis.window = windowAfter(after, model.keys, parameters.frame.frameLength);
-  MaskingStages stages = makeNoiseAverageStages(
-      model, parameters, std::move(network), gains, RmThresholdOrder::kGainFirst,
-      obtainHammingWindow(model.keys, parameters.frame.frameLength), std::move(synthesis));
-  stages.masksUnwindowedFrame = after.enabled;
-  return stages;
-}
 
 }  // namespace
 
-NoiseCleaner_v0_0_1::NoiseCleaner_v0_0_1(WEIGHTS::Model& model, int sessionFrameMs)
-    : SpectralCleaner(model, makeStages(model), sessionFrameMs) {}
+// Log-magnitude features, a feed-forward network that also takes an average of the noise, a Hamming
+// analysis window. By default the unwindowed spectrum is masked and a triangle window follows.
+constinit const CleanerTraits NoiseCleaner_v0_0_1::traits{
+    .version = "0.0.1",
+    .keySuffix = "_v0_0_1",
+    .parameters = kParameters,
+    .analysisWindow = WindowKind::kHamming,
+    .synthesisWindow = WindowKind::kTriangle,
+    .choosesWindowAfter = true,
+    .averagesNoise = true,
+    .network = NetworkKind::kScaledFeedForward,
+    .networkBeforeKeys = true,
+    .numbers = NumberStyle::kWhole,
+};
 
 }  // namespace ORVEL::NOISE_CANCELLER

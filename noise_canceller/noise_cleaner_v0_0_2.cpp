@@ -1,31 +1,44 @@
-#include "noise_canceller/noise_cleaner_v0_0_2.h"
+#include <array>
 
-#include "noise_canceller/noise_average_stages.h"
+#include "noise_canceller/cleaner_versions.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
 namespace {
 
-MaskingStages makeStages(WEIGHTS::Model& model) {
-  const NoiseAverageParameters parameters = NoiseAverageParameters::read(*model.weight);
-  std::unique_ptr<Network> network = makeNoiseAverageNetwork(model, parameters);
+using enum ParameterType;
 
-  const TuningKeys keys(model.keys, "_v0_0_2");
-  GainSettings gains;
-  SynthesisSettings synthesis;
-  readSmoothing(keys, gains);
-  readClipFix(keys, NumberStyle::kWhole, synthesis.clipFix);
-  readThresholds(keys, NumberStyle::kWhole, gains);
-
-  const SharedWindow window = obtainVorbisWindow(model.keys, parameters.frame.frameLength);
-  synthesis.window = window;
-  return makeNoiseAverageStages(model, parameters, std::move(network), gains,
-                                RmThresholdOrder::kReciprocalFirst, window, std::move(synthesis));
-}
+constexpr std::array kParameters{
+    RequiredParameter{"SampleRate", kInt},
+    RequiredParameter{"FrameLength", kInt},
+    RequiredParameter{"Step", kInt},
+    RequiredParameter{"FiltrBegin", kInt},
+    RequiredParameter{"FiltrEnd", kInt},
+    RequiredParameter{"PreviewFrames", kInt},
+    RequiredParameter{"NATFrameCount", kInt},
+    RequiredParameter{"CoefficientNumber", kInt},
+    RequiredParameter{"MU", kFloats},
+    RequiredParameter{"SD", kFloats},
+    RequiredParameter{"WeightLinear", kMatrices},
+    RequiredParameter{"WeightNonLinear", kMatrices},
+    RequiredParameter{"BaesLinear", kFloatLists},
+    RequiredParameter{"BaesNonLinear", kFloatLists},
+    RequiredParameter{"HeadenMultiplier", kFloatLists},
+    RequiredParameter{"HeadenReducer", kFloatLists},
+};
 
 }  // namespace
 
-NoiseCleaner_v0_0_2::NoiseCleaner_v0_0_2(WEIGHTS::Model& model, int sessionFrameMs)
-    : SpectralCleaner(model, makeStages(model), sessionFrameMs) {}
+// As v0.0.1 with one power-complementary window for analysis and synthesis.
+constinit const CleanerTraits NoiseCleaner_v0_0_2::traits{
+    .version = "0.0.2",
+    .keySuffix = "_v0_0_2",
+    .parameters = kParameters,
+    .averagesNoise = true,
+    .network = NetworkKind::kScaledFeedForward,
+    .networkBeforeKeys = true,
+    .numbers = NumberStyle::kWhole,
+    .rmThresholdOrder = RmThresholdOrder::kReciprocalFirst,
+};
 
 }  // namespace ORVEL::NOISE_CANCELLER

@@ -1,33 +1,38 @@
-#include "noise_canceller/noise_cleaner_v0_0_3.h"
+#include <array>
 
-#include "noise_canceller/model_weights.h"
-#include "noise_canceller/rescaled_stages.h"
+#include "noise_canceller/cleaner_versions.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
 namespace {
 
-MaskingStages makeStages(WEIGHTS::Model& model) {
-  const WeightReader weights(*model.weight);
-  requireRescaledParameters(weights, false);
-  const FrameParameters frame = FrameParameters::read(weights);
-  std::unique_ptr<Network> network =
-      makeMaskNetwork(model, frame.previewFrames * frame.bandWidth(), frame.bandWidth(), false);
+using enum ParameterType;
 
-  const TuningKeys keys(model.keys, "_v0_0_3");
-  RescaledSettings settings;
-  readSmoothing(keys, settings.gains);
-  readClipFix(keys, NumberStyle::kReal, settings.synthesis.clipFix);
-  readThresholdsAndRescale(keys, settings);
-
-  auto features = std::make_unique<LogMagnitudeFeatures>(frame, settings.rescale);
-  return makeRescaledStages(model, frame, std::move(settings), std::move(features),
-                            std::move(network), nullptr);
-}
+constexpr std::array kParameters{
+    RequiredParameter{"WeightLinear", kMatrices},
+    RequiredParameter{"WeightNonLinear", kMatrices},
+    RequiredParameter{"BaesLinear", kFloatLists},
+    RequiredParameter{"BaesNonLinear", kFloatLists},
+    RequiredParameter{"SampleRate", kInt},
+    RequiredParameter{"Step", kInt},
+    RequiredParameter{"FiltrBegin", kInt},
+    RequiredParameter{"FiltrEnd", kInt},
+    RequiredParameter{"FrameLength", kInt},
+    RequiredParameter{"PreviewFrames", kInt},
+    RequiredParameter{"CoefficientNumber", kInt},
+    RequiredParameter{"MU", kFloats},
+    RequiredParameter{"SD", kFloats},
+};
 
 }  // namespace
 
-NoiseCleaner_v0_0_3::NoiseCleaner_v0_0_3(WEIGHTS::Model& model, int sessionFrameMs)
-    : SpectralCleaner(model, makeStages(model), sessionFrameMs) {}
+// Log-magnitude features brought to a reference level, a feed-forward network without noise average.
+constinit const CleanerTraits NoiseCleaner_v0_0_3::traits{
+    .version = "0.0.3",
+    .keySuffix = "_v0_0_3",
+    .parameters = kParameters,
+    .rescales = true,
+    .networkBeforeKeys = true,
+};
 
 }  // namespace ORVEL::NOISE_CANCELLER

@@ -1,36 +1,40 @@
-#include "noise_canceller/noise_cleaner_v0_0_4.h"
+#include <array>
 
-#include "noise_canceller/model_weights.h"
-#include "noise_canceller/rescaled_stages.h"
+#include "noise_canceller/cleaner_versions.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
 namespace {
 
-constexpr long kDefaultRate = 1;
+using enum ParameterType;
 
-MaskingStages makeStages(WEIGHTS::Model& model) {
-  const WeightReader weights(*model.weight);
-  requireRescaledParameters(weights, false);
-  const FrameParameters frame = FrameParameters::read(weights);
-
-  const TuningKeys keys(model.keys, "_v0_0_4");
-  RescaledSettings settings;
-  readSmoothing(keys, settings.gains);
-  readClipFix(keys, NumberStyle::kReal, settings.synthesis.clipFix);
-  readThresholdsAndRescale(keys, settings);
-
-  const auto bands = readBandCompression(model.keys, frame, kDefaultRate);
-  std::unique_ptr<Network> network =
-      makeMaskNetwork(model, frame.previewFrames * bands->bands(), bands->bands(), false);
-  auto features = std::make_unique<LogPowerBandFeatures>(frame, settings.rescale, bands);
-  return makeRescaledStages(model, frame, std::move(settings), std::move(features),
-                            std::move(network), bands);
-}
+constexpr std::array kParameters{
+    RequiredParameter{"WeightLinear", kMatrices},
+    RequiredParameter{"WeightNonLinear", kMatrices},
+    RequiredParameter{"BaesLinear", kFloatLists},
+    RequiredParameter{"BaesNonLinear", kFloatLists},
+    RequiredParameter{"SampleRate", kInt},
+    RequiredParameter{"Step", kInt},
+    RequiredParameter{"FiltrBegin", kInt},
+    RequiredParameter{"FiltrEnd", kInt},
+    RequiredParameter{"FrameLength", kInt},
+    RequiredParameter{"PreviewFrames", kInt},
+    RequiredParameter{"CoefficientNumber", kInt},
+    RequiredParameter{"MU", kFloats},
+    RequiredParameter{"SD", kFloats},
+};
 
 }  // namespace
 
-NoiseCleaner_v0_0_4::NoiseCleaner_v0_0_4(WEIGHTS::Model& model, int sessionFrameMs)
-    : SpectralCleaner(model, makeStages(model), sessionFrameMs) {}
+// Log-power features in logarithmic bands, brought to a reference level; a feed-forward network.
+constinit const CleanerTraits NoiseCleaner_v0_0_4::traits{
+    .version = "0.0.4",
+    .keySuffix = "_v0_0_4",
+    .parameters = kParameters,
+    .features = FeatureKind::kLogBandPower,
+    .rescales = true,
+    .bandRate = 1,
+    .repeatsStatistics = true,
+};
 
 }  // namespace ORVEL::NOISE_CANCELLER

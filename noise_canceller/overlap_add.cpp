@@ -34,6 +34,12 @@ OverlapAdd::OverlapAdd(const FrameParameters& frame, int sessionFrameMs)
       outputCount_(outputSamples(frame.sampleRate, sessionFrameMs)),
       input_(frame.step * kCapacityHops),
       output_(frame.step * kCapacityHops) {
+  reset();
+}
+
+void OverlapAdd::reset() {
+  input_.clear();
+  output_.clear();
   output_.appendZeros(delay_);
   input_.appendZeros(step_);
 }

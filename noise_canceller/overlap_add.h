@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "noise_canceller/frame_parameters.h"
+#include "noise_canceller/weight_parameters.h"
 #include "utils/sliding_buffer.h"
 
 namespace ORVEL::NOISE_CANCELLER {
@@ -24,6 +24,9 @@ class OverlapAdd {
 
   /** Samples by which the output lags behind the input. */
   std::size_t delay() const { return delay_; }
+
+  /** Forgets the stream so far; the delay starts anew. */
+  void reset();
 
   /**
    * Replaces the new samples by the output of this call. `hop` maps a pointer to a frame's samples to

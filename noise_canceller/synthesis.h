@@ -1,14 +1,17 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <vector>
 
-#include "noise_canceller/gain_settings.h"
-#include "noise_canceller/generated_objects.h"
+#include "noise_canceller/shared_transforms.h"
 #include "noise_canceller/spectral_features.h"
 
 namespace ORVEL::NOISE_CANCELLER {
+
+struct ClipFixSettings {
+  bool enabled = false;
+  float point = 25000.0F;
+};
 
 /** Settings of a version's way back to the time domain. */
 struct SynthesisSettings {

@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <string>
 
-#include "noise_canceller/model_weights.h"
-#include "noise_canceller/tuning_keys.h"
+#include "noise_canceller/tuning_values.h"
 #include "utils/diagnostics.h"
 
 namespace ORVEL::NOISE_CANCELLER {
@@ -21,53 +21,116 @@ constexpr std::size_t kFrameLength = 2 * (kVadBins - 1);
 constexpr int kBufferMs = 10;
 constexpr float kVarianceFloor = 1e-7F;
 
-void requireParameters(const WeightReader& weights) {
-  weights.vector("MU");
-  weights.vector("SD");
-  weights.requireMatrices({"WeightLinear", "WeightNonLinear"});
-  weights.requireVectors({"BaesLinear", "BaesNonLinear"});
-  weights.requireMatrices({"WeightGRU"});
-  weights.requireVectors({"BaesGRU"});
-  weights.requireInts({"SampleRate", "FrameLength"});
-  WEIGHTS::getWeightInfo(weights.weight());
-  requireSize("FrameLength", weights.count("FrameLength"), "the detector's frame", kFrameLength);
-}
+constexpr std::size_t kRingLength = 200;
+constexpr double kVoiceProbability = 0.75;
+constexpr float kResetRatio = 0.95F;
+constexpr int kLeastHopsBetweenResets = 300;
 
-const WEIGHTS::Weight& checked(const WEIGHTS::Weight& weight) {
-  requireParameters(WeightReader(weight));
+const WEIGHTS::Weight& checked(const WEIGHTS::Weight& weight, const CleanerTraits& version) {
+  const WeightParameters weights(weight);
+  weights.require(version.parameters);
+  WEIGHTS::getWeightInfo(weight);
+  requireSize("FrameLength", weights.count("FrameLength"), "the detector's frame", kFrameLength);
   return weight;
 }
 
 }  // namespace
 
-VadCleaner_v0_0_1::VadCleaner_v0_0_1(WEIGHTS::Model& model, int sessionFrameMs)
+ScoreCalibration::ScoreCalibration(const WEIGHTS::Weight& weight) {
+  const auto range = weight.values().get<std::vector<float>>("Test_MINMAX");
+  const auto best = weight.values().get<std::vector<float>>("Test_BestF1");
+  if (range != nullptr && best != nullptr && range->size() >= 2 && !best->empty()) {
+    calibrated_ = true;
+    low_ = (*range)[0];
+    best_ = (*best)[0];
+    high_ = (*range)[1];
+  }
+}
+
+float ScoreCalibration::score(float raw) const {
+  if (!calibrated_) {
+    return raw;
+  }
+  const float mapped = raw < best_ ? (raw - low_) * 0.5F / (best_ - low_)
+                                   : (raw - best_) * 0.5F / (high_ - best_) + 0.5F;
+  return std::clamp(mapped, 0.00001F, 0.99999F);
+}
+
+StateReset::StateReset() : ring_(kRingLength, 0) {}
+
+void StateReset::clear() {
+  std::fill(ring_.begin(), ring_.end(), static_cast<unsigned char>(0));
+  position_ = 0;
+  filled_ = 0;
+  count_ = 0;
+  hopsSinceReset_ = 0;
+}
+
+bool StateReset::update(float rawOutput) {
+  const double probability = 1.0 / (1.0 + std::exp(-static_cast<double>(rawOutput)));
+  const unsigned char unvoiced = probability < kVoiceProbability ? 1 : 0;
+  if (filled_ < kRingLength) {
+    ++filled_;
+    count_ += unvoiced;
+  } else if (count_ > std::numeric_limits<int>::min() + 2) {
+    // The new flag is subtracted as well: the count only falls once the ring is full.
+    count_ -= ring_[position_] + unvoiced;
+  }
+  ring_[position_] = unvoiced;
+  position_ = (position_ + 1) % kRingLength;
+  if (hopsSinceReset_ < kLeastHopsBetweenResets) {
+    ++hopsSinceReset_;
+  }
+  const bool due = static_cast<float>(count_) > kResetRatio * static_cast<float>(filled_) &&
+                   hopsSinceReset_ >= kLeastHopsBetweenResets;
+  if (due) {
+    hopsSinceReset_ = 0;
+  }
+  return due;
+}
+
+VadCleaner_v0_0_1::VadCleaner_v0_0_1(const WEIGHTS::Model& model, const CleanerTraits& version,
+                                     int sessionFrameMs)
     : NoiseCleaner(model.weight),
-      calibration_(checked(*model.weight)),
-      network_(
-          makeRecurrentNetwork(model, kHistoryLength, RecurrentNetworkWeights::Output::kLinear)),
-      window_(obtainHammingWindow(model.keys, kFrameLength)),
-      fft_(obtainFFT(model.keys, kFrameLength)),
+      calibration_(checked(*model.weight, version)),
+      network_(NetworkWeights::recurrent(*model.weight, kHistoryLength,
+                                         NetworkWeights::Output::kLinear)),
+      window_(obtainWindow(*model.weight, version.analysisWindow, kFrameLength)),
+      fft_(obtainFFT(*model.weight, kFrameLength)),
       buffer_(kFrameLength, 0.0F),
       windowed_(kFrameLength),
       spectrum_(kVadBins),
       history_(kVadFeatures * (kHistoryFrames + 1) * kHistorySpans),
-      output_(network_->outputs()) {
+      output_(network_.outputs()) {
   readStatistics(*model.weight);
-  bool resets = false;
-  TuningKeys(model.keys, "_v0_0_1").readSwitch("ORVEL_VAD_ENABLE_STATE_RESET", resets);
-  if (resets) {
+  if (TuningValues::read(model, version).on(Key::kVadStateReset)) {
     stateReset_.emplace();
   }
   if (sessionFrameMs != kBufferMs) {
-    UTILS::printErrorLine("ERROR FRAMEDURATIONS");
+    model.diagnostics.error("ERROR FRAMEDURATIONS");
   }
+  fillHistory();
+}
+
+void VadCleaner_v0_0_1::fillHistory() {
   for (std::size_t i = 0; i < kHistoryFrames; ++i) {
     appendNormalised({});
   }
 }
 
+void VadCleaner_v0_0_1::reset() {
+  gain_.reset();
+  std::fill(buffer_.begin(), buffer_.end(), 0.0F);
+  history_.clear();
+  fillHistory();
+  network_.reset();
+  if (stateReset_.has_value()) {
+    stateReset_->clear();
+  }
+}
+
 void VadCleaner_v0_0_1::readStatistics(const WEIGHTS::Weight& weight) {
-  const WeightReader weights(weight);
+  const WeightParameters weights(weight);
   means_ = weights.vector("MU");
   const std::vector<float>& variances = weights.vector("SD");
   requireSize("the length of SD", variances.size(), "the length of MU", means_.size());
@@ -104,9 +167,9 @@ float VadCleaner_v0_0_1::evaluateHop() {
   computeVadFeatures(spectrum_, features);
   history_.advance(kVadFeatures);
   appendNormalised(features);
-  network_->evaluate(history_.data(), output_.data());
+  network_.evaluate(history_.data(), output_.data());
   if (stateReset_.has_value() && stateReset_->update(output_.front())) {
-    network_->resetState();
+    network_.reset();
   }
   return output_.front();
 }

@@ -7,16 +7,48 @@
 #include <optional>
 #include <vector>
 
-#include "noise_canceller/gain_tracker.h"
-#include "noise_canceller/generated_objects.h"
+#include "noise_canceller/network.h"
 #include "noise_canceller/noise_cleaner.h"
-#include "noise_canceller/recurrent_network.h"
-#include "noise_canceller/score_calibration.h"
-#include "noise_canceller/state_reset.h"
+#include "noise_canceller/shared_transforms.h"
 #include "noise_canceller/vad_features.h"
 #include "utils/sliding_buffer.h"
 
 namespace ORVEL::NOISE_CANCELLER {
+
+/**
+ * Maps the network's raw output to a score: the model's low, best and high points become 0, 0.5 and 1,
+ * linearly in between, kept within [0.00001, 0.99999]. Without all three points the raw output is the
+ * score.
+ */
+class ScoreCalibration {
+ public:
+  explicit ScoreCalibration(const WEIGHTS::Weight& weight);
+  float score(float raw) const;
+
+ private:
+  bool calibrated_ = false;
+  float low_ = 0.0F;
+  float best_ = 0.0F;
+  float high_ = 0.0F;
+};
+
+/** Watches for a long time without voice, after which the detector's state may be cleared. */
+class StateReset {
+ public:
+  StateReset();
+
+  /** Takes the network's raw output of a hop; true when the state is to be cleared now. */
+  bool update(float rawOutput);
+  /** Forgets what it has seen. */
+  void clear();
+
+ private:
+  std::vector<unsigned char> ring_;
+  std::size_t position_ = 0;
+  std::size_t filled_ = 0;
+  int count_ = 0;
+  int hopsSinceReset_ = 0;
+};
 
 /**
  * Voice-activity detector: leaves the audio alone and gives one score per buffer of 10 ms. Gain to a
@@ -26,25 +58,27 @@ namespace ORVEL::NOISE_CANCELLER {
 class VadCleaner_v0_0_1 final : public NoiseCleaner {
  public:
   /** @throws ORVEL_Exception when weights are missing or do not fit together. */
-  VadCleaner_v0_0_1(WEIGHTS::Model& model, int sessionFrameMs);
+  VadCleaner_v0_0_1(const WEIGHTS::Model& model, const CleanerTraits& version, int sessionFrameMs);
 
   /** Replaces the buffer by its score; gives 1. */
   int process(std::vector<float>& samples) override;
+  void reset() override;
 
  private:
   void readStatistics(const WEIGHTS::Weight& weight);
   void shiftIn(const std::vector<float>& samples, float gain);
   float evaluateHop();
+  void fillHistory();
   void appendNormalised(const std::array<float, kVadFeatures>& features);
 
   std::vector<float> means_;
   std::vector<float> deviations_;
   ScoreCalibration calibration_;
-  std::unique_ptr<RecurrentNetwork> network_;
+  Network network_;
   std::optional<StateReset> stateReset_;
   SharedWindow window_;
   std::shared_ptr<UTILS::FFT> fft_;
-  GainTracker gain_;
+  AutomaticGain gain_;
   std::vector<float> buffer_;
   std::vector<float> windowed_;
   std::vector<std::complex<float>> spectrum_;

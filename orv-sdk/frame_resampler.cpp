@@ -1,14 +1,35 @@
 #include "orv-sdk/frame_resampler.h"
 
 #include <libresample.h>
+#include <malloc.h>
 
 #include <algorithm>
+#include <array>
+#include <cstring>
+#include <new>
 
 namespace ORVEL {
 
 namespace {
 
+constexpr int kHighQuality = 1;
 constexpr std::size_t kHeadroom = 1024;
+
+ResamplerHandle duplicate(const ResamplerHandle& original) {
+  ResamplerHandle copy(resample_dup(original.get()));
+  if (copy == nullptr) {
+    throw std::bad_alloc();
+  }
+  return copy;
+}
+
+std::size_t stateSize(void* handle) {
+#ifdef _WIN32
+  return _msize(handle);
+#else
+  return malloc_usable_size(handle);
+#endif
+}
 
 // Feeds all of the input; the stream has no end, so the last-call flag is never set.
 std::size_t convert(void* handle, double factor, const float* in, std::size_t inCount, float* out,
@@ -34,21 +55,48 @@ std::size_t convert(void* handle, double factor, const float* in, std::size_t in
 
 }  // namespace
 
-std::size_t countFirstOutput(void* handle, double factor, std::size_t inFrameSize) {
-  const std::vector<float> zeros(inFrameSize, 0.0F);
+void CloseResampler::operator()(void* handle) const { resample_close(handle); }
+
+ResamplerCache::Prepared& ResamplerCache::prepared(double factor) {
+  Prepared& entry = byFactor_[factor];
+  if (entry.handle == nullptr) {
+    entry.handle.reset(resample_open(kHighQuality, factor, factor));
+    if (entry.handle == nullptr) {
+      throw std::bad_alloc();
+    }
+  }
+  return entry;
+}
+
+ResamplerHandle ResamplerCache::open(double factor) { return duplicate(prepared(factor).handle); }
+
+std::size_t ResamplerCache::firstOutputCount(double factor, std::size_t inputCount) {
+  Prepared& entry = prepared(factor);
+  const auto known = entry.firstOutputCounts.find(inputCount);
+  if (known != entry.firstOutputCounts.end()) {
+    return known->second;
+  }
+  const ResamplerHandle probe = duplicate(entry.handle);
+  const std::vector<float> zeros(inputCount, 0.0F);
   std::vector<float> out(kHeadroom +
-                         static_cast<std::size_t>(static_cast<double>(inFrameSize) * factor));
-  return convert(handle, factor, zeros.data(), inFrameSize, out.data(), out.size());
+                         static_cast<std::size_t>(static_cast<double>(inputCount) * factor));
+  const std::size_t count =
+      convert(probe.get(), factor, zeros.data(), inputCount, out.data(), out.size());
+  entry.firstOutputCounts.emplace(inputCount, count);
+  return count;
 }
 
 FrameResampler::FrameResampler(ResamplerCache& cache, std::size_t inFrameSize,
                                std::size_t outFrameSize)
     : factor_(static_cast<double>(outFrameSize) / static_cast<double>(inFrameSize)),
+
       outFrameSize_(outFrameSize) {
   if (factor_ == 1.0) {
     return;
   }
   handle_ = cache.open(factor_);
+  const auto* state = static_cast<const unsigned char*>(handle_.get());
+  freshState_.assign(state, state + stateSize(handle_.get()));
   delay_ = outFrameSize - cache.firstOutputCount(factor_, inFrameSize) + 1;
   work_.resize(kHeadroom + outFrameSize, 0.0F);
 }
@@ -66,6 +114,24 @@ int FrameResampler::process(const std::vector<float>& in, std::vector<float>& ou
     deliver(produced, out);
   }
   return static_cast<int>(produced);
+}
+
+// libresample has no reset, and a fresh handle would take memory. Its state is one block, which holds the
+// position in the stream, and two buffers of samples, which stay where they are: zeros are run through
+// until the buffers hold nothing else, then the block is put back.
+void FrameResampler::reset() {
+  if (isIdentity()) {
+    return;
+  }
+  constexpr std::array<float, 64> kZeros{};
+  // The filter reaches as far back as it looks ahead; four times that leaves no sample in it.
+  const auto lookAhead = static_cast<std::size_t>(static_cast<double>(delay_) / factor_) + 1;
+  for (std::size_t fed = 0; fed < 4 * lookAhead; fed += kZeros.size()) {
+    convert(handle_.get(), factor_, kZeros.data(), kZeros.size(), work_.data(), work_.size());
+  }
+  std::memcpy(handle_.get(), freshState_.data(), freshState_.size());
+  first_ = true;
+  pending_ = 0;
 }
 
 std::size_t FrameResampler::run(const std::vector<float>& in) {

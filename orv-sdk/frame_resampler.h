@@ -1,11 +1,43 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
+#include <memory>
 #include <vector>
 
-#include "orv-sdk/resampler_cache.h"
+#include "utils/non_copyable.h"
 
 namespace ORVEL {
+
+/** Closes a libresample handle. */
+struct CloseResampler {
+  void operator()(void* handle) const;
+};
+
+using ResamplerHandle = std::unique_ptr<void, CloseResampler>;
+
+/**
+ * Prepared resamplers, one per conversion factor: designing a filter takes ten times as long as
+ * duplicating it. Not locked; sessions of an instance are created by one thread at a time.
+ */
+class ResamplerCache : private UTILS::NonCopyMovable {
+ public:
+  /** A fresh resampler, high quality, for exactly this factor (output rate / input rate). */
+  ResamplerHandle open(double factor);
+
+  /** Samples that the first call of a fresh resampler gives for `inputCount` samples. */
+  std::size_t firstOutputCount(double factor, std::size_t inputCount);
+
+ private:
+  struct Prepared {
+    ResamplerHandle handle;
+    std::map<std::size_t, std::size_t> firstOutputCounts;
+  };
+
+  Prepared& prepared(double factor);
+
+  std::map<double, Prepared> byFactor_;
+};
 
 /**
  * Sample-rate conversion frame by frame: every call gives exactly one output frame. The stream starts
@@ -29,12 +61,17 @@ class FrameResampler {
    */
   int process(const std::vector<float>& in, std::vector<float>& out);
 
+  /** Back to the state as constructed, bit for bit. Takes about as long as a few frames. */
+  void reset();
+
  private:
   std::size_t run(const std::vector<float>& in);
   void deliverFirst(std::size_t produced, std::vector<float>& out);
   void deliver(std::size_t produced, std::vector<float>& out);
 
   ResamplerHandle handle_;
+  /** The bytes of the handle's state before its first sample; its buffers are not among them. */
+  std::vector<unsigned char> freshState_;
   double factor_;
   std::size_t outFrameSize_;
   std::size_t delay_ = 0;
@@ -42,8 +79,5 @@ class FrameResampler {
   bool first_ = true;
   std::vector<float> work_;
 };
-
-/** Samples that a fresh libresample handle gives for one frame of zeros. */
-std::size_t countFirstOutput(void* handle, double factor, std::size_t inFrameSize);
 
 }  // namespace ORVEL

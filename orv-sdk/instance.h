@@ -1,61 +1,58 @@
 #pragma once
 
-#include <list>
-#include <map>
-#include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
+#include <utility>
 
-#include "orv-sdk/resampler_cache.h"
-#include "orv-sdk/session.h"
+#include "orv-sdk/frame_resampler.h"
+#include "orv-sdk/session_table.h"
 #include "utils/non_copyable.h"
 #include "weights/model_store.h"
 
 namespace ORVEL {
 
-/** What the library holds between init and destroy: the models and every open session. */
+/**
+ * Models and the sessions opened with them. The global functions work on one that they create and
+ * destroy; every context has one of its own. Not locked.
+ */
 class InstanceT : private UTILS::NonCopyMovable {
  public:
-  explicit InstanceT(const char* directory);
-  ~InstanceT();
+  /** `directory` is what the global instance's relative paths start from, with its separator. */
+  InstanceT(ContextId id, std::string directory, UTILS::Diagnostics& diagnostics)
+      : id_(id), models_(std::move(directory), diagnostics) {}
+  /** Destroys its open sessions first. */
+  ~InstanceT() { SessionTable::get().removeAll(id_); }
 
-  /** Loads a model; the caller holds the instance mutex. */
-  bool loadModel(const char* controlFileName, const char* modelName);
+  ContextId id() const { return id_; }
+  WEIGHTS::ModelStore& models() { return models_; }
 
-  /** Builds a session and gives its handle; the caller holds the instance mutex. */
-  void* addSession(const OrvSessionT::Request& request);
-
-  /** Destroys a session; false, with a warning, when there is none of that handle. Locks the mutex. */
-  bool removeSession(void* session);
-
-  static OrvSessionT* findSession(const void* session);
-  /** The kind of an open session that another thread may be closing. */
-  static std::optional<SessionKind> findKind(const void* session);
-  static std::mutex& mutex();
+  /** Opens a session and gives its handle. */
+  void* openSession(const OrvSessionT::Request& request) {
+    return SessionTable::get().add(std::make_unique<OrvSessionT>(models_, resamplers_, request),
+                                   id_);
+  }
 
  private:
-  struct OpenSession {
-    void* handle;
-    std::unique_ptr<OrvSessionT> session;
-  };
-
+  ContextId id_;
   WEIGHTS::ModelStore models_;
   ResamplerCache resamplers_;
-  std::list<OpenSession> sessions_;
-  /** Where each session stands in the list. */
-  std::map<void*, std::list<OpenSession>::iterator> positions_;
 };
 
 enum class InstanceAccess { kGet = 0, kCreate = 1, kDestroy = 2 };
 
 /**
- * The one way to the instance: gets, creates or destroys it. Get takes no lock, the others hold the
- * instance mutex. The result of destroy is null.
+ * The one way to the global instance: gets, creates or destroys it. Get takes no lock, the others hold
+ * the instance mutex. The result of destroy is null.
  *
  * @throws ORVEL_Exception when there is none to get or destroy, one already to create, or for any other
  *         mode.
  */
 InstanceT* Instance(InstanceAccess mode, const char* directory = nullptr);
+
+/** Held while models are loaded into the global instance and sessions of it opened or closed. */
+std::mutex& instanceMutex();
+
+/** Whether there is a global instance; takes no lock. */
+bool instanceExists() noexcept;
 
 }  // namespace ORVEL

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <array>
 
-#include "orv-sdk/session_access.h"
+#include "orv-sdk/exports.h"
+#include "orv-sdk/instance.h"
 
 namespace ORVEL {
 
@@ -15,26 +16,27 @@ bool isSupportedRate(int rate) {
 }
 
 void* createSession(const OrvSessionT::Request& request) noexcept {
-  return guardedHandle([&]() -> void* {
+  void* handle = nullptr;
+  guardedStatus([&]() -> int {
     if (!isSupportedRate(request.inputRate) || !isSupportedRate(request.outputRate)) {
-      UTILS::printErrorLine("Unsupported Sampling rates!");
-      return nullptr;
+      UTILS::standardStreams().error("Unsupported Sampling rates!");
+      return kRejected;
     }
     InstanceT* instance = Instance(InstanceAccess::kGet);
-    const std::lock_guard lock(InstanceT::mutex());
-    return instance->addSession(request);
+    const std::lock_guard lock(instanceMutex());
+    handle = instance->openSession(request);
+    return kSuccess;
   });
+  return handle;
 }
 
-int closeSession(void* handle, SessionKind expected) noexcept {
-  return guardedStatus([&]() -> int {
-    InstanceT* instance = Instance(InstanceAccess::kGet);
-    if (InstanceT::findKind(handle) != expected) {
-      throw UTILS::ORVEL_Exception(
-          "Trying to close a non-existant session or session of incompatible type",
-          "orv-sdk/orv-sdk", 37, "closeSession");
-    }
-    return instance->removeSession(handle) ? kSuccess : kRejected;
+template <class Sample>
+int cleanFrame(void* session, const Sample* input, uint32_t inputCount, Sample* output,
+               uint32_t outputCount, const char* mismatch) noexcept {
+  return withSession(session, SessionKind::kNoiseCleaning, [&](const OpenSession& open) -> int {
+    return open.session->process(input, inputCount, output, outputCount)
+               ? kSuccess
+               : refuseFrame(open, Refusal::kFrame, mismatch);
   });
 }
 
@@ -61,12 +63,14 @@ int Orv_SDK_GlobalDestroy() {
 int Orv_SDK_SetModel(const char* controlFileName, const char* modelName) {
   return guardedStatus([&]() -> int {
     if (controlFileName == nullptr) {
-      UTILS::printLine("WARRNING Orv_SetWeight FUNCTION CALL with nullptr");
+      UTILS::standardStreams().warnLine("WARRNING Orv_SetWeight FUNCTION CALL with nullptr");
       return kNotLoaded;
     }
     InstanceT* instance = Instance(InstanceAccess::kGet);
-    const std::lock_guard lock(InstanceT::mutex());
-    return instance->loadModel(controlFileName, modelName) ? kSuccess : kNotLoaded;
+    const std::lock_guard lock(instanceMutex());
+    return instance->models().load(controlFileName, modelName == nullptr ? "" : modelName)
+               ? kSuccess
+               : kNotLoaded;
   });
 }
 
@@ -80,9 +84,8 @@ void* Orv_NC_CreateSession(int inputSampleRate, int outputSampleRate, int frameD
 }
 
 void* Orv_VAD_CreateSession(int sampleRate, int frameDurationMs, const char* modelName) {
-  constexpr int kOutputRate = 16000;
   return createSession({.inputRate = sampleRate,
-                        .outputRate = kOutputRate,
+                        .outputRate = OrvSessionT::kDetectorOutputRate,
                         .frameDurationMs = frameDurationMs,
                         .modelName = modelName,
                         .kind = SessionKind::kVoiceActivity});
@@ -98,14 +101,10 @@ int Orv_VAD_CloseSession(void* session) {
 
 int Orv_NC_CleanAmbientNoiseInt16(void* session, const int16_t* input, uint32_t inputCount,
                                   int16_t* output, uint32_t outputCount) {
-  return withSession(session, SessionKind::kNoiseCleaning, [&](OrvSessionT& open) -> int {
-    return open.processInt16(input, inputCount, output, outputCount) ? kSuccess : kRejected;
-  });
+  return cleanFrame(session, input, inputCount, output, outputCount, kInt16Mismatch);
 }
 
 int Orv_NC_CleanAmbientNoiseFloat(void* session, const float* input, uint32_t inputCount,
                                   float* output, uint32_t outputCount) {
-  return withSession(session, SessionKind::kNoiseCleaning, [&](OrvSessionT& open) -> int {
-    return open.processFloat(input, inputCount, output, outputCount) ? kSuccess : kRejected;
-  });
+  return cleanFrame(session, input, inputCount, output, outputCount, kFloatMismatch);
 }

@@ -3,21 +3,53 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
+#include <limits>
 
-#include "orv-sdk/sample_format.h"
 #include "utils/denormal_guard.h"
-#include "utils/diagnostics.h"
 #include "utils/orvel_exception.h"
 
 namespace ORVEL {
 
 namespace {
 
-constexpr const char* kInt16Mismatch =
-    "ERROR input dataSize or output dataSize or pointers of inputData output Data is wrong\n input "
-    "size must be ";
-constexpr const char* kFloatMismatch =
-    "ERROR input dataSize or output dataSize is wrong \n input size must be ";
+// The caller's samples and floats in 16-bit scale.
+
+constexpr float kFullScale = 32768.0F;
+constexpr float kHighestSample = 32767.0F;
+
+void toFrame(const std::int16_t* input, std::size_t count, std::vector<float>& frame) {
+  frame.assign(input, input + count);
+}
+
+/** Samples that are no finite numbers become 0: one of them would stay in a filter or state. */
+void toFrame(const float* input, std::size_t count, std::vector<float>& frame) {
+  constexpr float kMost = std::numeric_limits<float>::max();
+  frame.resize(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    frame[i] = std::isfinite(input[i]) ? std::clamp(input[i] * kFullScale, -kMost, kMost) : 0.0F;
+  }
+}
+
+/** Limits the samples to what 16 bits hold; what is not a number becomes 0. */
+void clampFrame(std::vector<float>& frame) {
+  for (float& sample : frame) {
+    sample = std::isnan(sample) ? 0.0F : std::clamp(sample, -kFullScale, kHighestSample);
+  }
+}
+
+/** Writes the first `count` samples of the frame. */
+void fromFrame(const std::vector<float>& frame, std::int16_t* output, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) {
+    output[i] = static_cast<std::int16_t>(frame[i]);
+  }
+}
+
+void fromFrame(const std::vector<float>& frame, float* output, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) {
+    output[i] = frame[i] * (1.0F / kFullScale);
+  }
+}
 
 void requireDuration(int frameDurationMs) {
   constexpr std::array kDurations{10, 20, 30, 40};
@@ -29,11 +61,6 @@ void requireDuration(int frameDurationMs) {
 
 std::uint32_t frameSamples(int durationMs, std::uint32_t rate) {
   return static_cast<std::uint32_t>(durationMs) * rate / 1000;
-}
-
-bool reject(const char* message, std::uint32_t inputSize, std::uint32_t outputSize) {
-  UTILS::printErrorLine(message, inputSize, "\n output size must be ", outputSize);
-  return false;
 }
 
 }  // namespace
@@ -85,11 +112,12 @@ float OrvSessionT::scoreFrame() {
   return std::isfinite(score) ? score : 0.0F;
 }
 
-bool OrvSessionT::processInt16(const std::int16_t* input, std::uint32_t inputCount,
-                               std::int16_t* output, std::uint32_t outputCount) {
+template <class Sample>
+bool OrvSessionT::process(const Sample* input, std::uint32_t inputCount, Sample* output,
+                          std::uint32_t outputCount) {
   if (inputCount != inputSize_ || outputCount != outputSize_ || input == nullptr ||
       output == nullptr) {
-    return reject(kInt16Mismatch, inputSize_, outputSize_);
+    return false;
   }
   toFrame(input, inputCount, frame_);
   cleanFrame();
@@ -97,34 +125,27 @@ bool OrvSessionT::processInt16(const std::int16_t* input, std::uint32_t inputCou
   return true;
 }
 
-bool OrvSessionT::processFloat(const float* input, std::uint32_t inputCount, float* output,
-                               std::uint32_t outputCount) {
-  if (inputCount != inputSize_ || outputCount != outputSize_ || input == nullptr ||
-      output == nullptr) {
-    return reject(kFloatMismatch, inputSize_, outputSize_);
-  }
-  toFrame(input, inputCount, frame_);
-  cleanFrame();
-  fromFrame(frame_, output, outputSize_);
-  return true;
-}
-
-bool OrvSessionT::scoreInt16(const std::int16_t* input, std::uint32_t inputCount, float* score) {
+template <class Sample>
+bool OrvSessionT::score(const Sample* input, std::uint32_t inputCount, float* score) {
   if (inputCount != inputSize_ || input == nullptr || score == nullptr) {
-    return reject(kInt16Mismatch, inputSize_, outputSize_);
+    return false;
   }
   toFrame(input, inputCount, frame_);
   *score = scoreFrame();
   return true;
 }
 
-bool OrvSessionT::scoreFloat(const float* input, std::uint32_t inputCount, float* score) {
-  if (inputCount != inputSize_ || input == nullptr || score == nullptr) {
-    return reject(kFloatMismatch, inputSize_, outputSize_);
-  }
-  toFrame(input, inputCount, frame_);
-  *score = scoreFrame();
-  return true;
+template bool OrvSessionT::process(const std::int16_t*, std::uint32_t, std::int16_t*,
+                                   std::uint32_t);
+template bool OrvSessionT::process(const float*, std::uint32_t, float*, std::uint32_t);
+template bool OrvSessionT::score(const std::int16_t*, std::uint32_t, float*);
+template bool OrvSessionT::score(const float*, std::uint32_t, float*);
+
+void OrvSessionT::reset() {
+  const UTILS::DenormalGuard guard;
+  inputResampler_->reset();
+  cleaner_->reset();
+  outputResampler_->reset();
 }
 
 std::uint32_t OrvSessionT::latency() const {

@@ -14,7 +14,7 @@ using NOISE_CANCELLER::SessionKind;
 
 /**
  * One stream of audio: the caller's rate and sample format outside, the model's rate and 16-bit scale
- * inside. Used by one thread at a time; the process functions allocate nothing.
+ * inside. Used by one thread at a time; nothing but the constructor allocates.
  */
 class OrvSessionT : private UTILS::NonCopyMovable {
  public:
@@ -28,6 +28,9 @@ class OrvSessionT : private UTILS::NonCopyMovable {
     SessionKind kind;
   };
 
+  /** What a detector is opened with at its output, where it has no samples. */
+  static constexpr int kDetectorOutputRate = 16000;
+
   /** @throws ORVEL_Exception without a fitting model, or for a duration other than 10, 20, 30, 40. */
   OrvSessionT(const WEIGHTS::ModelStore& models, ResamplerCache& resamplers,
               const Request& request);
@@ -35,15 +38,18 @@ class OrvSessionT : private UTILS::NonCopyMovable {
   /** By the model's version, whatever the session was opened for. */
   SessionKind kind() const { return kind_; }
 
-  /** One frame; false, with a message, when a count or pointer is wrong. */
-  bool processInt16(const std::int16_t* input, std::uint32_t inputCount, std::int16_t* output,
-                    std::uint32_t outputCount);
-  bool processFloat(const float* input, std::uint32_t inputCount, float* output,
-                    std::uint32_t outputCount);
+  /** Samples of one frame, at the caller's rates; a detector has none at its output. */
+  std::uint32_t inputSize() const { return inputSize_; }
+  std::uint32_t outputSize() const { return outputSize_; }
 
-  /** One frame of a voice-activity session to its score. */
-  bool scoreInt16(const std::int16_t* input, std::uint32_t inputCount, float* score);
-  bool scoreFloat(const float* input, std::uint32_t inputCount, float* score);
+  /** One frame; false, with nothing done, when a count or pointer is wrong. */
+  template <class Sample>
+  bool process(const Sample* input, std::uint32_t inputCount, Sample* output,
+               std::uint32_t outputCount);
+
+  /** One frame of a voice-activity session to its score; false as `process`. */
+  template <class Sample>
+  bool score(const Sample* input, std::uint32_t inputCount, float* score);
 
   /** Delay of the whole session, in samples at the output rate. */
   std::uint32_t latency() const;
@@ -51,9 +57,10 @@ class OrvSessionT : private UTILS::NonCopyMovable {
   /** From the next hop on no bin's gain is below this; 0 for no limit. */
   void setGainFloor(float gain) { cleaner_->setGainFloor(gain); }
 
- private:
-  struct Conversions;
+  /** Back to the state as opened; the gain floor stays. Allocates nothing. */
+  void reset();
 
+ private:
   void cleanFrame();
   float scoreFrame();
   void convert(FrameResampler& resampler);

@@ -5,38 +5,55 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
+#include <mutex>
 #include <vector>
 
 #include "orv-sdk/session.h"
 
 namespace ORVEL {
 
+/** Number of a context, never given to another one; the global instance has number 0. */
+using ContextId = std::uint32_t;
+inline constexpr ContextId kGlobalInstance = 0;
+
+/** What a handle leads to. */
+struct OpenSession {
+  /** Null when the handle is not that of an open session. */
+  OrvSessionT* session = nullptr;
+  SessionKind kind{};
+  ContextId context = kGlobalInstance;
+};
+
 /**
- * Finds open sessions by their handles, in constant time and without a lock, while other threads add
- * and remove other sessions. A handle is a slot number and a serial number that is never given out
- * twice, so a handle of a closed session finds nothing, also when its slot is in use again.
+ * Holds all open sessions of the process. They are found by their handles in constant time and without a
+ * lock, while other threads add and remove other sessions. A handle is a slot number and a serial number
+ * that is never given out twice, so a handle of a closed session finds nothing, also when its slot is in
+ * use again.
  *
- * One per process: it outlives every instance, and so do its serial numbers.
+ * It outlives every instance, and so do its serial numbers.
  */
 class SessionTable : private UTILS::NonCopyMovable {
  public:
   static SessionTable& get();
 
-  /** Gives the session a handle. One thread at a time adds or removes. */
-  void* add(OrvSessionT* session);
-  /** The open session of that handle, or null. */
-  OrvSessionT* find(const void* handle) const;
-  /** The kind of that session, without touching it: another thread may be closing it. */
-  std::optional<SessionKind> kindOf(const void* handle) const;
-  /** Forgets the handle; unknown ones are ignored. One thread at a time adds or removes. */
-  void remove(const void* handle);
+  /** Takes a session and gives its handle. */
+  void* add(std::unique_ptr<OrvSessionT> session, ContextId context);
+
+  /** Looks a handle up without touching the session: another thread may be closing it. */
+  OpenSession find(const void* handle) const;
+
+  /** Gives the session back when that context has one of that handle. */
+  std::unique_ptr<OrvSessionT> remove(const void* handle, ContextId context);
+
+  /** Destroys all sessions of a context. */
+  void removeAll(ContextId context);
 
  private:
   struct Slot {
     std::atomic<std::uintptr_t> handle{0};
     std::atomic<OrvSessionT*> session{nullptr};
     std::atomic<SessionKind> kind{};
+    std::atomic<ContextId> context{0};
   };
 
   static constexpr unsigned kIndexBits = 22;
@@ -45,11 +62,11 @@ class SessionTable : private UTILS::NonCopyMovable {
   static_assert(sizeof(std::uintptr_t) == 8, "handles hold a slot and a serial number");
 
   SessionTable() = default;
-  Slot* slotOf(std::uintptr_t handle) const;
-  /** The slot that holds this very handle, or null. */
-  const Slot* openSlot(const void* handle) const;
+  Slot* slotAt(std::size_t index) const;
   std::size_t takeIndex();
+  std::unique_ptr<OrvSessionT> empty(std::size_t index);
 
+  std::mutex mutex_;  ///< of all that follows but the slots themselves
   std::array<std::atomic<Slot*>, kChunks> chunks_{};
   std::vector<std::unique_ptr<Slot[]>> ownedChunks_;
   std::vector<std::size_t> freeIndices_;

@@ -1,16 +1,13 @@
 #include "utils/orvel_exception.h"
 
-#include <sstream>
-
 namespace ORVEL::UTILS {
 
 ORVEL_Exception::ORVEL_Exception(const char* message, const char* file, int line,
                                  const char* function)
-    : message_(message), file_(file), function_(function), line_(line) {
-  std::ostringstream text;
-  text << "ORVEL_Exeption in file " << file_ << " Line " << line_ << " Function " << function_
-       << "\n messege " << message_;
-  message_ = text.str();
+    : text_(std::string("ORVEL_Exeption in file ") + file + " Line " + std::to_string(line) +
+            " Function " + function + "\n messege "),
+      messageAt_(text_.size()) {
+  text_ += message;
 }
 
 ORVEL_Exception::~ORVEL_Exception() = default;

@@ -14,13 +14,13 @@ class ORVEL_Exception : public std::exception {
   ORVEL_Exception& operator=(const ORVEL_Exception&) = default;
   ~ORVEL_Exception() override;
 
-  const char* what() const noexcept override { return message_.c_str(); }
+  const char* what() const noexcept override { return text_.c_str(); }
+  /** The message without the place. */
+  const char* message() const noexcept { return text_.c_str() + messageAt_; }
 
  private:
-  std::string message_;
-  std::string file_;
-  std::string function_;
-  int line_;
+  std::string text_;
+  std::size_t messageAt_;
 };
 
 }  // namespace ORVEL::UTILS

@@ -41,6 +41,9 @@ class SlidingBuffer {
     std::fill(room, room + count, 0.0F);
   }
 
+  /** Drops all samples; the next ones lie where those of a new buffer would. */
+  void clear() { read_ = write_ = 0; }
+
   /** Drops the `count` oldest samples. */
   void advance(std::size_t count) { read_ += count; }
 

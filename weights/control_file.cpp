@@ -1,58 +1,56 @@
 #include "weights/control_file.h"
 
-#include <algorithm>
-#include <cctype>
-#include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <system_error>
-
 #include "utils/native_path.h"
 
 namespace ORVEL::WEIGHTS {
 
 namespace {
 
-// A line takes many times its length in memory, and no model has more than some dozens of them.
-constexpr std::uintmax_t kMostBytes = std::uintmax_t{1} << 20U;
+constexpr std::string_view kBlanks = " \t\n\v\f\r";
 
-bool isSpace(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
-
-ControlEntry splitLine(const std::string& line) {
-  const auto keyBegin = std::find_if_not(line.begin(), line.end(), isSpace);
-  const auto keyEnd = std::find_if(keyBegin, line.end(), isSpace);
-  const auto valueBegin = std::find_if_not(keyEnd, line.end(), isSpace);
-  auto valueEnd = line.end();
-  while (valueEnd != valueBegin && isSpace(*(valueEnd - 1))) {
-    --valueEnd;
+std::string_view trimmed(std::string_view text) {
+  const std::size_t begin = text.find_first_not_of(kBlanks);
+  if (begin == std::string_view::npos) {
+    return {};
   }
-  return {std::string(keyBegin, keyEnd), std::string(valueBegin, valueEnd)};
+  return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
 }  // namespace
 
-std::optional<std::vector<ControlEntry>> readControlFile(const std::string& path) {
-  const std::string native = UTILS::nativePath(path);
-  std::error_code error;
-  if (!UTILS::isRegularFile(native) || std::filesystem::file_size(native, error) > kMostBytes) {
-    return std::nullopt;
-  }
-  std::ifstream file(native);
-  if (!file.is_open()) {
-    return std::nullopt;
-  }
-  std::vector<ControlEntry> entries;
-  for (std::string line; std::getline(file, line);) {
-    if (line.starts_with('#') || std::all_of(line.begin(), line.end(), isSpace)) {
+ControlText parseControlText(std::string_view text) {
+  ControlText result;
+  for (std::size_t number = 1; !text.empty(); ++number) {
+    const std::size_t end = text.find('\n');
+    const std::string_view line = text.substr(0, end);
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+    const std::string_view entry = trimmed(line);
+    if (entry.empty() || line.front() == '#') {
       continue;
     }
-    ControlEntry entry = splitLine(line);
-    if (entry.value.empty()) {
-      return std::nullopt;
+    const std::size_t keyEnd = entry.find_first_of(kBlanks);
+    if (keyEnd == std::string_view::npos) {
+      result.entries.clear();
+      result.problem = "line " + std::to_string(number) + ": " + std::string(entry.substr(0, 60)) +
+                       " has no value";
+      return result;
     }
-    entries.push_back(std::move(entry));
+    result.entries.push_back(
+        {std::string(entry.substr(0, keyEnd)), std::string(trimmed(entry.substr(keyEnd)))});
   }
-  return entries;
+  return result;
+}
+
+std::optional<std::vector<ControlEntry>> readControlFile(const std::string& path) {
+  const UTILS::FileContent file = UTILS::readFile(UTILS::nativePath(path), kMostControlBytes);
+  if (!file.problem.empty()) {
+    return std::nullopt;
+  }
+  ControlText text = parseControlText(file.bytes);
+  if (!text.problem.empty()) {
+    return std::nullopt;
+  }
+  return std::move(text.entries);
 }
 
 }  // namespace ORVEL::WEIGHTS

@@ -1,10 +1,8 @@
 #include "weights/model_store.h"
 
-#include "utils/diagnostics.h"
+#include <limits>
 
 namespace ORVEL::WEIGHTS {
-
-using UTILS::printLine;
 
 namespace {
 
@@ -25,7 +23,7 @@ std::string weightName(const std::string& path) {
 
 /** A model while its control file is read. */
 struct ModelStore::Loading {
-  ModelEntry model = std::make_shared<Model>();
+  ModelEntry model;
   /** Name of a weight set loaded for this model; empty when its weights are shared. */
   std::string newWeightName;
 };
@@ -41,23 +39,26 @@ ModelEntry ModelStore::find(const std::string& modelName) const {
 
 bool ModelStore::includeWeight(const std::string& value, const std::string& controlFileName,
                                Loading& loading) const {
-  printLine("WEIGHT ", value);
+  diagnostics_.note("WEIGHT ", value);
   const std::string path = resolve(value);
   const std::string name = weightName(path);
   if (name.size() <= kLongestRefusedWeightName) {
-    UTILS::printText("ERROR WEIGHT NAME ISNT BIGGER ENOUGHT\n");
+    diagnostics_.warn("ERROR WEIGHT NAME ISNT BIGGER ENOUGHT\n");
     return true;
   }
   if (const auto known = weightIndex_.find(name); known != weightIndex_.end()) {
     loading.model->weight = models_[known->second]->weight;
     return true;
   }
-  loading.model->weight = std::make_shared<Weight>();
   loading.newWeightName = name;
-  if (!loading.model->weight->load(path.c_str())) {
-    printLine("WARNING weight isn't loaded \n control file", controlFileName,
-              " \n weigth file: ", path);
+  loading.model->weight = openWeightFile(path, std::numeric_limits<std::uint64_t>::max()).weight;
+  if (loading.model->weight == nullptr) {
+    diagnostics_.warnLine("WARNING weight isn't loaded \n control file", controlFileName,
+                          " \n weigth file: ", path);
     return false;
+  }
+  if (loading.model->weight->values().size() == 0) {
+    diagnostics_.warnLine("Warning Nothing added from weight");
   }
   return true;
 }
@@ -65,17 +66,17 @@ bool ModelStore::includeWeight(const std::string& value, const std::string& cont
 bool ModelStore::apply(const ControlEntry& entry, const std::string& controlFileName,
                        Loading& loading) const {
   if (entry.key == "CONTROLFILE") {
-    printLine("WARNING there are CONTROLFILE parameter inside of controlFile, skipped");
+    diagnostics_.warnLine("WARNING there are CONTROLFILE parameter inside of controlFile, skipped");
     return true;
   }
   if (entry.key == "WEIGHT") {
     if (loading.model->weight != nullptr) {
-      printLine("WARNING multiple weight including, weight exists.");
+      diagnostics_.warnLine("WARNING multiple weight including, weight exists.");
       return true;
     }
     return includeWeight(entry.value, controlFileName, loading);
   }
-  printLine("ENVIRONMENT KEY-\"", entry.key, "\" VALUE-\"", entry.value, "\"");
+  diagnostics_.note("ENVIRONMENT KEY-\"", entry.key, "\" VALUE-\"", entry.value, "\"");
   return loading.model->keys.set<std::string>(entry.key, entry.value, true) != nullptr;
 }
 
@@ -87,23 +88,28 @@ bool ModelStore::load(const std::string& controlFileName, const std::string& mod
   if (!entries.has_value() || entries->empty()) {
     return false;
   }
-  Loading loading;
+  Loading loading{.model = std::make_shared<Model>(diagnostics_), .newWeightName = {}};
   for (const ControlEntry& entry : *entries) {
     if (!apply(entry, controlFileName, loading)) {
       return false;
     }
   }
   if (modelName.empty() || loading.model->weight == nullptr) {
-    printLine("Warning Weight name isn't included or weight has beeen included before \n");
+    diagnostics_.warnLine(
+        "Warning Weight name isn't included or weight has beeen included before \n");
     return false;
   }
-  const std::size_t position = models_.size();
-  models_.push_back(loading.model);
-  modelIndex_.emplace(modelName, position);
+  add(modelName, loading.model);
   if (!loading.newWeightName.empty()) {
-    weightIndex_.emplace(loading.newWeightName, position);
+    weightIndex_.emplace(loading.newWeightName, models_.size() - 1);
   }
   return true;
+}
+
+void ModelStore::add(const std::string& modelName, ModelEntry model) {
+  models_.reserve(models_.size() + 1);
+  modelIndex_.emplace(modelName, models_.size());
+  models_.push_back(std::move(model));
 }
 
 }  // namespace ORVEL::WEIGHTS

@@ -3,10 +3,14 @@
 #include <cstddef>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "containers/any_map.h"
+#include "utils/diagnostics.h"
 #include "weights/control_file.h"
 #include "weights/weight.h"
 
@@ -14,11 +18,15 @@ namespace ORVEL::WEIGHTS {
 
 /**
  * A loaded model: its weights, shared with other models of the same weight name, and its tuning keys
- * as text. Windows and transforms made for the model are kept among the keys under "GEN_" names.
+ * as text.
  */
 struct Model {
-  std::shared_ptr<Weight> weight;
+  explicit Model(UTILS::Diagnostics& context) : diagnostics(context) {}
+
+  std::shared_ptr<const Weight> weight;
   CONTAINERS::AnyMap keys;
+  /** Where warnings on the keys go. */
+  UTILS::Diagnostics& diagnostics;
 };
 
 using ModelEntry = std::shared_ptr<Model>;
@@ -30,13 +38,19 @@ using ModelEntry = std::shared_ptr<Model>;
 class ModelStore {
  public:
   /** `directory` is what relative paths start from, with its separator. */
-  explicit ModelStore(std::string directory) : directory_(std::move(directory)) {}
+  ModelStore(std::string directory, UTILS::Diagnostics& diagnostics)
+      : directory_(std::move(directory)), diagnostics_(diagnostics) {}
 
   /**
-   * Loads the control file and registers the model under the name. Says on standard output what it
-   * reads and what is wrong. On failure nothing is registered.
+   * Loads the control file by lenient rules and registers the model under the name. Gives out what it
+   * reads and what is wrong, with these exceptions, which it says nothing about: a name that is in use, a
+   * control file that cannot be read, holds no entry or an entry without a value, and a key that is set
+   * twice. On failure nothing is registered.
    */
   bool load(const std::string& controlFileName, const std::string& modelName);
+
+  /** Registers a model under a name that is not in use. */
+  void add(const std::string& modelName, ModelEntry model);
 
   /** The model of that name, or an empty pointer. */
   ModelEntry find(const std::string& modelName) const;
@@ -52,9 +66,38 @@ class ModelStore {
   bool apply(const ControlEntry& entry, const std::string& controlFileName, Loading& loading) const;
 
   std::string directory_;
+  UTILS::Diagnostics& diagnostics_;
   std::vector<ModelEntry> models_;
   std::map<std::string, std::size_t> modelIndex_;
   std::map<std::string, std::size_t> weightIndex_;
 };
+
+/** Why a model is refused: the file and what is wrong with it. */
+class ModelError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/** A model read by strict rules. */
+struct ModelFiles {
+  ModelEntry model;
+  /** What the weights are called in messages: their path. */
+  std::string weightLabel;
+};
+
+/**
+ * Reads a control file and the weight file that it names. Slashes and backslashes separate folders. A
+ * relative weight path is looked for beside the control file, then in `directory`; it must not lead out of
+ * both. Weights of one file are shared with everybody in the process.
+ *
+ * @throws ModelError for files that are missing, damaged, truncated or of another kind, for a weight file
+ *         that is not named, and for a key that is set twice.
+ */
+ModelFiles readModelFiles(const std::string& controlFile, const std::string& directory,
+                          UTILS::Diagnostics& diagnostics);
+
+/** The same from the content of the two files; a WEIGHT entry is ignored, no text stands for no keys. */
+ModelFiles readModelContent(std::string_view control, std::string_view weights,
+                            UTILS::Diagnostics& diagnostics);
 
 }  // namespace ORVEL::WEIGHTS

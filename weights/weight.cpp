@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
+#include <limits>
+#include <numeric>
+#include <vector>
 
-#include "utils/diagnostics.h"
+#include "containers/matrix.h"
+#include "utils/native_path.h"
 #include "utils/orvel_exception.h"
-#include "weights/weight_records.h"
 
 namespace ORVEL::WEIGHTS {
 
@@ -28,20 +30,89 @@ bool contains(const List& list, std::int32_t value) {
                                "getWeightInfo");
 }
 
+/** The whole weight files that somebody uses. */
+struct OpenWeightFiles {
+  std::mutex mutex;
+  std::map<UTILS::FileIdentity, std::weak_ptr<const Weight>> byIdentity;
+
+  // Never destroyed: contexts may be used while the process ends.
+  static OpenWeightFiles& get() {
+    static auto& files = *new OpenWeightFiles;
+    return files;
+  }
+
+  std::shared_ptr<const Weight> find(const UTILS::FileIdentity& identity) {
+    const std::lock_guard lock(mutex);
+    const auto known = byIdentity.find(identity);
+    return known == byIdentity.end() ? nullptr : known->second.lock();
+  }
+
+  /** The weights that are shared under that identity: another thread may have been faster. */
+  std::shared_ptr<const Weight> add(const UTILS::FileIdentity& identity,
+                                    std::shared_ptr<const Weight> weight) {
+    const std::lock_guard lock(mutex);
+    std::erase_if(byIdentity, [](const auto& entry) { return entry.second.expired(); });
+    const auto [entry, isNew] = byIdentity.try_emplace(identity, weight);
+    if (isNew) {
+      return weight;
+    }
+    if (auto first = entry->second.lock()) {
+      return first;
+    }
+    entry->second = weight;
+    return weight;
+  }
+};
+
+std::size_t elements(const std::vector<float>& vector) { return vector.size(); }
+std::size_t elements(const CONTAINERS::Matrix& matrix) { return matrix.data.size(); }
+
+template <class T>
+std::uint64_t countElements(const std::vector<T>& list, bool leavesOutLast) {
+  const std::size_t count = leavesOutLast && !list.empty() ? list.size() - 1 : list.size();
+  return std::accumulate(
+      list.begin(), list.begin() + static_cast<std::ptrdiff_t>(count), std::uint64_t{0},
+      [](std::uint64_t sum, const T& element) { return sum + elements(element); });
+}
+
 }  // namespace
 
-bool Weight::load(const char* path) {
-  BinaryFile file(path, 0);
-  if (!readRecords(file, values_)) {
-    values_.clear();
+bool Weight::load(const char* path, UTILS::Diagnostics& diagnostics) {
+  const UTILS::FileContent file =
+      UTILS::readFile(UTILS::nativePath(path), std::numeric_limits<std::uint64_t>::max());
+  if (!file.problem.empty()) {
     error_ = "Corrupted weight file!";
     return false;
   }
-  if (values_.size() == 0) {
-    UTILS::printLine("Warning Nothing added from weight");
+  parse(file.bytes);
+  if (error_.empty() && values_.size() == 0) {
+    diagnostics.warnLine("Warning Nothing added from weight");
   }
-  error_.clear();
-  return true;
+  return error_.empty();
+}
+
+WeightFile openWeightFile(const std::string& path, std::uint64_t mostBytes) {
+  const std::string native = UTILS::nativePath(path);
+  const auto identity = UTILS::identifyFile(native);
+  OpenWeightFiles& files = OpenWeightFiles::get();
+  if (identity.has_value()) {
+    if (auto shared = files.find(*identity)) {
+      return {std::move(shared), {}};
+    }
+  }
+  UTILS::FileContent content = UTILS::readFile(native, mostBytes);
+  if (!content.problem.empty()) {
+    return {nullptr, std::move(content.problem)};
+  }
+  auto weight = std::make_shared<Weight>();
+  std::string problem = weight->parse(content.bytes);
+  if (!weight->error().empty()) {
+    return {nullptr, std::move(problem)};
+  }
+  if (!problem.empty() || !identity.has_value()) {
+    return {std::move(weight), std::move(problem)};
+  }
+  return {files.add(*identity, std::move(weight)), {}};
 }
 
 std::string getWeightVersion(const Weight& weight) {
@@ -73,6 +144,22 @@ WeightInfo getWeightInfo(const Weight& weight) {
 
 bool isVoiceActivityVersion(const std::string& version) {
   return version.find("VAD") != std::string::npos;
+}
+
+std::uint64_t countNetworkWeights(const Weight& weight) {
+  const auto version = weight.values().get<std::string>(kVersion);
+  const bool detects = version != nullptr && isVoiceActivityVersion(*version);
+  const std::string unusedMatrix = detects ? "WeightNonLinear" : "WeightLinear";
+  const std::string unusedVector = detects ? "BaesNonLinear" : "BaesLinear";
+  std::uint64_t count = 0;
+  for (const auto& [name, held] : weight.values()) {
+    if (const auto matrices = weight.values().get<std::vector<CONTAINERS::Matrix>>(name)) {
+      count += countElements(*matrices, name == unusedMatrix);
+    } else if (const auto vectors = weight.values().get<std::vector<std::vector<float>>>(name)) {
+      count += countElements(*vectors, name == unusedVector);
+    }
+  }
+  return count;
 }
 
 }  // namespace ORVEL::WEIGHTS

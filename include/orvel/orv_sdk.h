@@ -12,10 +12,11 @@
  * Threads: the library starts none. Every function may be called from any thread. A session may be
  * used by one thread at a time, and must not be closed while another call uses it; different sessions
  * are independent, also of sessions being created or closed and of models being loaded meanwhile.
- * Nothing else may run during Orv_SDK_GlobalDestroy.
+ * Nothing else may use the instance or its sessions during Orv_SDK_GlobalDestroy.
  *
- * Real time: the two clean functions allocate no memory, take no lock and make no system call when
- * they succeed. All other functions may allocate, lock and read files.
+ * Real time: the two clean functions allocate no memory and take no lock; they make no system call but
+ * the one that writes the reason of a refused frame. All other functions may allocate, lock and read
+ * files.
  *
  * Errors: no exception leaves the library. Functions that return int give
  *    0  success
@@ -24,8 +25,15 @@
  *   -3  error of the library (not initialised, initialised twice, wrong handle to close, ...)
  *   -2  error of the C++ standard library (out of memory, ...)
  *   -1  anything else
- * and functions that create give NULL. The reason is written to standard error; what the loader and
- * the tuning keys have to say goes to standard output.
+ * and functions that create give NULL. The reason is written to standard error, except that
+ *    - Orv_SDK_SetModel writes to standard output: its entries as it reads them, and why a model is not
+ *      loaded. It writes no reason when the model name is in use, when the control file cannot be read, is
+ *      larger than 1 MiB, holds no entry or an entry without a value, or sets a tuning key twice;
+ *    - warnings of tuning keys, given when a session is created, go to standard output;
+ *    - a null result pointer and an attenuation limit out of range (orv_sdk_ext.h) give 1 and no text.
+ * Programs that need the reasons, or must not print, use the contexts of orv_sdk_ext.h.
+ *
+ * Numbers in control files are read as in the C locale, whatever locale the program has set.
  *
  * Strings are zero-terminated, taken as bytes (UTF-8 where the file system uses it) and copied.
  */
@@ -34,7 +42,9 @@
 
 #include <stdint.h>
 
-#if defined(_WIN32)
+#if defined(ORVEL_STATIC)
+#define ORV_API
+#elif defined(_WIN32)
 #if defined(ORVEL_BUILDING_LIBRARY)
 #define ORV_API __declspec(dllexport)
 #else
@@ -68,12 +78,14 @@ ORV_API int Orv_SDK_GlobalDestroy(void);
 /**
  * Loads a model: a control file that names a weight file and sets tuning keys, one entry per line.
  *
- * Models whose weight files have the same base name share the weights that were loaded first.
+ * Models whose weight files have the same base name share the weights that were loaded first. Of a weight
+ * file that is cut inside a record, the records before it are used; whether they suffice shows when a
+ * session is created.
  *
  * @param controlFileName path of the control file, relative to the model directory unless it starts
- *        with a drive letter.
+ *        with a drive letter: an absolute POSIX path works only without a model directory.
  * @param modelName name for the create functions; each name can be registered once.
- * @return 0 loaded; 2 not loaded (reason on standard output); -3, -2, -1 on errors.
+ * @return 0 loaded; 2 not loaded; -3, -2, -1 on errors.
  */
 ORV_API int Orv_SDK_SetModel(const char* controlFileName, const char* modelName);
 
@@ -84,7 +96,9 @@ ORV_API int Orv_SDK_SetModel(const char* controlFileName, const char* modelName)
  * @param outputSampleRate rate of the frames returned, in Hz (one of the nine).
  * @param frameDurationMs 10, 20, 30 or 40.
  * @param modelName a name given to Orv_SDK_SetModel, or NULL for the noise-cleaning model whose own
- *        rate is nearest to inputSampleRate without being above it.
+ *        rate is nearest to inputSampleRate without being above it, the first loaded on a tie. A named
+ *        model is taken whatever it is for: with a voice-activity model the session is one of voice
+ *        activity, which only the functions for those accept.
  * @return the session's handle, owned by the library until it is closed; NULL on any failure. A handle
  *         is never given out twice within a process.
  */
@@ -96,7 +110,8 @@ ORV_API void* Orv_NC_CreateSession(int inputSampleRate, int outputSampleRate, in
  *
  * @param sampleRate rate of the frames given, in Hz (one of the nine).
  * @param frameDurationMs 10, 20, 30 or 40; the detector is made for 10 and says so for the others.
- * @param modelName as for Orv_NC_CreateSession, with voice-activity models.
+ * @param modelName as for Orv_NC_CreateSession, with voice-activity models. A session with a noise-cleaning
+ *        model by name is one of noise cleaning; it takes frames with 0 samples at the output.
  * @return the session's handle, or NULL on any failure.
  */
 ORV_API void* Orv_VAD_CreateSession(int sampleRate, int frameDurationMs, const char* modelName);
@@ -121,8 +136,9 @@ ORV_API int Orv_VAD_CloseSession(void* session);
  * @param output receives outputCount samples; may be the same array as input, must not overlap it
  *        otherwise.
  * @param outputCount outputSampleRate * frameDurationMs / 1000.
- * @return 0; 1 when a count or pointer is wrong (nothing is written, the stream is unchanged); 2 when
- *         the handle is not that of an open noise-cleaning session; -3 when not initialised.
+ * @return 0; 1 when a count or pointer is wrong (nothing is written to output, the stream is unchanged);
+ *         2 when the handle is not that of an open noise-cleaning session; -3 when it is unknown and the
+ *         library not initialised.
  */
 ORV_API int Orv_NC_CleanAmbientNoiseInt16(void* session, const int16_t* input, uint32_t inputCount,
                                           int16_t* output, uint32_t outputCount);

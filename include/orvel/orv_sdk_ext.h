@@ -1,11 +1,35 @@
 /*
- * ORVEL extensions: voice-activity scores, latency, attenuation limit. Conventions, status codes and
- * thread rules are those of orv_sdk.h; all four functions are real-time safe when they succeed.
+ * ORVEL extensions: contexts, voice-activity scores, latency, attenuation limit, reset.
+ *
+ * Conventions, status codes and thread rules are those of orv_sdk.h.
+ *
+ * Contexts: the functions of orv_sdk.h work on one instance a process, print on the standard streams
+ * and cannot be used by two parts of a program at once. A context is an instance of its own: its
+ * models, model names and sessions are seen by nobody else, and it never prints. There may be any
+ * number of contexts beside each other and beside the global instance, which need not be initialised
+ * for them. A context's sessions are used with the functions that exist for all sessions
+ * (Orv_NC_CleanAmbientNoise*, Orv_VAD_Process*, Orv_NC_GetLatency, Orv_NC_CloseSession, ...).
+ * Contexts that load the same weight file share its memory, also with the global instance.
+ *
+ * Threads: the functions of a context may be called from any thread, also at the same time; only
+ * Orv_Context_Destroy must be the last call on a context and on its sessions.
+ *
+ * Real time: Orv_VAD_Process*, Orv_NC_GetLatency, Orv_NC_SetAttenuationLimit and the two reset
+ * functions allocate no memory and take no lock; they make no system call but the one that writes the
+ * reason of a refused frame, which sessions of a context do not. A call that is refused in a session of
+ * a context prints nothing and calls no handler. All Orv_Context functions may allocate, lock and read
+ * files.
+ *
+ * Errors: a session handle that is unknown belongs to no context: the reason is written to standard
+ * error, and while the global instance is not initialised the status is -3 where 2 is listed.
  */
 #ifndef ORVEL_ORV_SDK_EXT_H
 #define ORVEL_ORV_SDK_EXT_H
 
+#include <stddef.h>
+
 #include "orvel/orv_sdk.h"
+#include "orvel/orv_version.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -20,7 +44,7 @@ extern "C" {
  * @param score receives one value: for a calibrated model in [0.00001, 0.99999] with 0.5 at the
  *        model's best operating point, otherwise the raw output of the network.
  * @return 0; 1 when the count or a pointer is wrong (the stream is unchanged); 2 when the handle is
- *         not that of an open voice-activity session; -3 when not initialised.
+ *         not that of an open voice-activity session.
  */
 ORV_API int Orv_VAD_ProcessInt16(void* session, const int16_t* input, uint32_t inputCount,
                                  float* score);
@@ -35,7 +59,7 @@ ORV_API int Orv_VAD_ProcessFloat(void* session, const float* input, uint32_t inp
  *
  * @param outputSamples receives the latency in samples at the output rate.
  * @return 0; 1 when outputSamples is NULL; 2 when the handle is not that of an open noise-cleaning
- *         session; -3 when not initialised.
+ *         session.
  */
 ORV_API int Orv_NC_GetLatency(void* session, uint32_t* outputSamples);
 
@@ -45,9 +69,152 @@ ORV_API int Orv_NC_GetLatency(void* session, uint32_t* outputSamples);
  *
  * @param decibels finite and not negative; 0 leaves every bin as it is.
  * @return 0; 1 when the value is negative or not finite (nothing changes); 2 when the handle is not
- *         that of an open noise-cleaning session; -3 when not initialised.
+ *         that of an open noise-cleaning session.
  */
 ORV_API int Orv_NC_SetAttenuationLimit(void* session, float decibels);
+
+/**
+ * Puts a noise-cleaning session back to the state it was created in: nothing of the audio so far is
+ * remembered, and what follows comes out bit for bit as from a new session. The attenuation limit stays
+ * as it was set. Real-time safe; takes about as long as two frames.
+ *
+ * @return 0; 2 when the handle is not that of an open noise-cleaning session.
+ */
+ORV_API int Orv_NC_ResetSession(void* session);
+
+/** The same for a voice-activity session. Real-time safe. */
+ORV_API int Orv_VAD_ResetSession(void* session);
+
+/**
+ * The version of the library that is running, as "1.0.0"; ORV_VERSION_STRING is that of the headers.
+ * Real-time safe.
+ */
+ORV_API const char* Orv_SDK_GetVersion(void);
+
+/** How grave a message is. */
+enum OrvSeverity {
+  ORV_SEVERITY_INFO = 0,    /**< what is being loaded */
+  ORV_SEVERITY_WARNING = 1, /**< something was ignored or replaced by a default */
+  ORV_SEVERITY_ERROR = 2    /**< why a call failed */
+};
+
+/** Receives a context's messages: `text` is one line without its end, valid until the handler returns. */
+typedef void (*OrvMessageHandler)(void* user, int severity, /* NOLINT(modernize-use-using): C */
+                                  const char* text);
+
+/**
+ * Creates a context.
+ *
+ * @param modelDirectory folder that relative paths of control files start from; NULL or "" for the
+ *        current directory. Paths are those of the system; on POSIX a backslash also separates.
+ * @return the context, owned by the caller until Orv_Context_Destroy; NULL when memory runs out.
+ */
+ORV_API void* Orv_Context_Create(const char* modelDirectory);
+
+/**
+ * Destroys a context with its models and every session still open; their handles are refused from then
+ * on. Nothing else may use the context or its sessions meanwhile.
+ *
+ * @return 0, or 2 when it is not a context that exists.
+ */
+ORV_API int Orv_Context_Destroy(void* context);
+
+/**
+ * Loads a model into a context. Nothing is registered unless everything is whole: a control file or
+ * weight file that is missing, damaged, truncated or of another kind is refused, as are weights that no
+ * session could use. Values of tuning keys are checked when a session is created; what is out of range is
+ * replaced by its default with a warning to the message handler.
+ *
+ * @param controlFileName path of the control file, relative to the context's model directory unless
+ *        it is absolute. The weight file that it names is looked for beside the control file, then in
+ *        the model directory; a relative name that leads out of both folders is refused. At most 1 MiB
+ *        and 1 GiB are read.
+ * @param modelName name for the create functions; each name can be used once in a context. NULL or
+ *        "": the file's name without folder and extension.
+ * @return 0; 2 not loaded, with the reason in Orv_Context_LastError and to the message handler, or not
+ *         a context; -2, -1 on errors.
+ */
+ORV_API int Orv_Context_SetModel(void* context, const char* controlFileName, const char* modelName);
+
+/**
+ * Loads a model from memory; both blocks may be freed when the call returns.
+ *
+ * @param controlText text of a control file, controlSize bytes, not necessarily zero-terminated; its
+ *        WEIGHT entry, where there is one, is not opened. NULL with size 0: no tuning keys.
+ * @param weights content of a weight file, weightsSize bytes.
+ * @param modelName name for the create functions; must not be empty.
+ * @return as Orv_Context_SetModel.
+ */
+ORV_API int Orv_Context_SetModelFromMemory(void* context, const char* controlText,
+                                           size_t controlSize, const void* weights,
+                                           size_t weightsSize, const char* modelName);
+
+/**
+ * Opens a noise-cleaning session; parameters as Orv_NC_CreateSession. A model of the other kind is
+ * refused, also by its name.
+ *
+ * @return the session's handle; NULL on any failure, with the reason in Orv_Context_LastError and to
+ *         the message handler.
+ */
+ORV_API void* Orv_Context_CreateCleaner(void* context, int inputSampleRate, int outputSampleRate,
+                                        int frameDurationMs, const char* modelName);
+
+/** Opens a voice-activity session; parameters as Orv_VAD_CreateSession, otherwise as
+ * Orv_Context_CreateCleaner. */
+ORV_API void* Orv_Context_CreateDetector(void* context, int sampleRate, int frameDurationMs,
+                                         const char* modelName);
+
+/**
+ * Sets the function that receives the context's messages. It is called by the thread whose call causes
+ * the message, from Orv_Context functions only and never from a frame, by one thread at a time; it must
+ * not call functions of the same context. Without a handler a context is silent. When this function
+ * returns, the handler before is no longer running and not called again.
+ *
+ * @param handler NULL for none.
+ * @param user handed to the handler as it is.
+ * @return 0, or 2 when it is not a context that exists.
+ */
+ORV_API int Orv_Context_SetMessageHandler(void* context, OrvMessageHandler handler, void* user);
+
+/**
+ * The reason of the last call of this thread on the context, or on one of its sessions, that failed.
+ *
+ * Calls that succeed leave it as it is. Of refused frames, a thread keeps the reasons for the last four
+ * contexts in which it had one.
+ *
+ * @return a text without a line end, valid until this thread's next call into the library; "" when
+ *         none has failed. For NULL or a context that does not exist: the reason of this thread's last
+ *         failed call that belonged to no context, such as Orv_Context_Create, a context that does not
+ *         exist or an unknown session handle.
+ */
+ORV_API const char* Orv_Context_LastError(void* context);
+
+/** What a model is for. */
+enum OrvModelKind { ORV_MODEL_NOISE_CLEANING = 1, ORV_MODEL_VOICE_ACTIVITY = 2 };
+
+/** A model's properties. Later versions add members at the end only. */
+typedef struct OrvModelInfo { /* NOLINT(modernize-use-using): C */
+  uint32_t size;              /**< set by the caller: sizeof(OrvModelInfo) */
+  uint32_t kind;              /**< an OrvModelKind */
+  char version[16];           /**< of the algorithm, as "0.0.5"; zero-terminated */
+  uint32_t sampleRate;        /**< the model's own rate, Hz */
+  uint32_t frameLength;       /**< samples of one analysis frame at the model's rate */
+  uint32_t hop;      /**< samples by which it advances; a detector gives one score for each */
+  uint32_t latency;  /**< of sessions with frames of 10 ms at the model's own rate, in samples */
+  uint32_t reserved; /**< 0 */
+  uint64_t weights;  /**< numbers of the network: factors and summands of its layers */
+} OrvModelInfo;
+
+/**
+ * Tells the properties of a model of the context.
+ *
+ * @param modelName as given to Orv_Context_SetModel.
+ * @param info receives the properties; its member size must be set. No more than that is written, and
+ *        members that this version of the library does not know are left as they are.
+ * @return 0; 1 when info is NULL or its size too small for size, kind and version; 2 when there is no such
+ *         model or context.
+ */
+ORV_API int Orv_Context_GetModelInfo(void* context, const char* modelName, OrvModelInfo* info);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,84 @@
+#include "noise_canceller/network.h"
+
+#include <mkl_vml.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "noise_canceller/vector_functions.h"
+
+namespace ORVEL::NOISE_CANCELLER {
+
+namespace {
+
+// Linear branch plus the rectified non-linear branch, both `count` values.
+void addRectified(const float* nonLinear, const float* linear, float* y, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) {
+    // Without a branch, whose outcome nothing could predict.
+    const float rectified = nonLinear[i] >= 0.0F ? nonLinear[i] : 0.0F;
+    y[i] = linear[i] + rectified;
+  }
+}
+
+}  // namespace
+
+Network::Network(std::shared_ptr<const NetworkWeights> weights) : weights_(std::move(weights)) {
+  if (weights_->stateLength > 0) {
+    stateAndInput_.assign(weights_->stateLength + weights_->inputs, 0.0F);
+  }
+  std::size_t widest = 0;
+  for (const auto& layer : weights_->layers) {
+    widest = std::max(widest, layer.bank.outputs());
+  }
+  branches_.resize(widest);
+  hidden_.resize(widest);
+}
+
+void Network::reset() { std::fill(stateAndInput_.begin(), stateAndInput_.end(), 0.0F); }
+
+void Network::updateState(const float* y, float* gate) {
+  sigmoids(gate, gate, weights_->gateLength);
+  float* state = stateAndInput_.data();
+  const auto blend = [&](std::size_t i, float z) { state[i] = (1.0F - z) * state[i] + z * y[i]; };
+  if (weights_->gateLength == 1) {
+    for (std::size_t i = 0; i < weights_->stateLength; ++i) {
+      blend(i, gate[0]);
+    }
+  } else {
+    for (std::size_t i = 0; i < weights_->stateLength; ++i) {
+      blend(i, gate[i]);
+    }
+  }
+}
+
+void Network::evaluate(const float* input, float* output) {
+  const float* x = input;
+  if (!stateAndInput_.empty()) {
+    std::copy_n(input, weights_->inputs,
+                stateAndInput_.begin() + static_cast<std::ptrdiff_t>(weights_->stateLength));
+    x = stateAndInput_.data();
+  }
+  const std::size_t hiddenLayers = weights_->layers.size() - 1;
+  for (std::size_t i = 0; i < hiddenLayers; ++i) {
+    const NetworkWeights::Layer& layer = weights_->layers[i];
+    const std::size_t gateLength = i == 0 ? weights_->gateLength : 0;
+    const std::size_t width = (layer.bank.outputs() - gateLength) / 2;
+    layer.bank.apply(x, branches_.data());
+    addRectified(branches_.data(), branches_.data() + width, hidden_.data(), width);
+    if (!layer.multiplier.empty()) {
+      const auto count = static_cast<MKL_INT>(width);
+      vsMul(count, hidden_.data(), layer.multiplier.data(), hidden_.data());
+      vsSub(count, hidden_.data(), layer.reducer.data(), hidden_.data());
+    }
+    if (gateLength > 0) {
+      updateState(hidden_.data(), branches_.data() + 2 * width);
+    }
+    x = hidden_.data();
+  }
+  weights_->layers.back().bank.apply(x, output);
+  if (weights_->output == NetworkWeights::Output::kSigmoid) {
+    sigmoids(output, output, outputs());
+  }
+}
+
+}  // namespace ORVEL::NOISE_CANCELLER

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <exception>
+#include <new>
+#include <string_view>
+#include <utility>
+
+#include "orv-sdk/last_error.h"
+#include "orv-sdk/session_table.h"
+#include "utils/diagnostics.h"
+#include "utils/orvel_exception.h"
+
+/** What the exported functions share: status codes, catching, and the way from a handle to its session. */
+namespace ORVEL {
+
+enum Status : int {
+  kSuccess = 0,
+  kRejected = 1,
+  kWrongSession = 2,
+  kNotLoaded = 2,
+  kLibraryError = -3,
+  kStandardError = -2,
+  kUndefinedError = -1,
+};
+
+/** Writes lines to standard error without the heap; a stream that throws is left alone. */
+template <class... Lines>
+void printErrors(Lines... lines) noexcept {
+  try {
+    (UTILS::StandardStreams::printError(lines), ...);
+  } catch (...) {  // NOLINT(bugprone-empty-catch): there is nobody left to tell
+  }
+}
+
+/** Runs an export's body; an exception becomes its text, given to `report`, and `failed(status)`. */
+template <class Result, class Body, class Report, class Failed>
+Result guarded(Body&& body, Report&& report, Failed&& failed) noexcept {
+  try {
+    return std::forward<Body>(body)();
+  } catch (const UTILS::ORVEL_Exception& error) {
+    report(error.what(), error.message());
+    return failed(kLibraryError);
+  } catch (const std::exception& error) {
+    report(error.what(), error.what());
+    return failed(kStandardError);
+  } catch (...) {
+    report("UNDEFINED EXCEPTION", "unknown error");
+    return failed(kUndefinedError);
+  }
+}
+
+/** The same for the functions of the global instance, which print. */
+template <class Body>
+int guardedStatus(Body&& body) noexcept {
+  return guarded<int>(
+      std::forward<Body>(body),
+      [](const char* text, const char* /*message*/) noexcept { printErrors(text, "\n"); },
+      [](Status status) -> int { return status; });
+}
+
+/** Refuses a handle that leads to no session of the kind; says so for those of the global instance. */
+int refuseHandle(const OpenSession& open, SessionKind wanted) noexcept;
+
+/** Runs the body with the open session of that kind; allocates and locks nothing of its own. */
+template <class Body>
+int withSession(void* handle, SessionKind kind, Body&& body) noexcept {
+  const OpenSession open = SessionTable::get().find(handle);
+  if (open.session == nullptr || open.kind != kind) {
+    return refuseHandle(open, kind);
+  }
+  return guarded<int>([&]() -> int { return body(open); },
+                      [&](const char* text, const char* message) noexcept {
+                        if (open.context == kGlobalInstance) {
+                          printErrors(text, "\n");
+                        } else {
+                          rememberFailure(open.context, message);
+                        }
+                      },
+                      [](Status status) -> int { return status; });
+}
+
+/** Refuses a frame; says `text` and the frame's sizes for sessions of the global instance. */
+int refuseFrame(const OpenSession& open, Refusal refusal, const char* text) noexcept;
+
+inline constexpr const char* kInt16Mismatch =
+    "ERROR input dataSize or output dataSize or pointers of inputData output Data is wrong";
+inline constexpr const char* kFloatMismatch = "ERROR input dataSize or output dataSize is wrong ";
+
+/** Closes a session of that kind, whichever instance it belongs to. */
+int closeSession(void* handle, SessionKind expected) noexcept;
+
+}  // namespace ORVEL
