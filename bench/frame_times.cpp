@@ -4,13 +4,11 @@
 // it came from the machine. Prints JSON.
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "bench/catalog.h"
-#include "bench/clock.h"
+#include "bench/support.h"
 
 namespace {
 
@@ -19,8 +17,7 @@ using nlohmann::json;
 
 constexpr int kRuns = 5;
 
-// Speech; a fade into digital silence, where denormal numbers would show; clipping; numbers that are
-// none.
+// Speech; a fade into digital silence, where denormal numbers would show; clipping; NaN.
 std::vector<float> stream(int rate, double seconds) {
   std::vector<float> audio = benchSignal(rate, seconds);
   const std::size_t quarter = audio.size() / 4;
@@ -34,24 +31,22 @@ std::vector<float> stream(int rate, double seconds) {
 }
 
 std::vector<double> frameTimes(const BenchModel& model, int rate, const std::vector<float>& audio) {
-  void* session = openSession(model, rate, rate);
-  const auto size = static_cast<std::size_t>(rate) / 100;
-  std::vector<float> out(size);
+  BenchSession session(model, rate, rate);
+  const std::size_t size = session.inputSize();
+  std::vector<float> out(session.outputSize());
   std::vector<double> times;
   for (std::size_t at = 0; at + size <= audio.size(); at += size) {
-    times.push_back(nanosecondsOf(
-        [&] { processFrame(model, session, audio.data() + at, rate, out.data(), rate); }));
+    const std::span<const float> frame(audio.data() + at, size);
+    times.push_back(nanosecondsOf([&] { session.process(frame, out); }));
   }
-  closeSession(model, session);
   return times;
 }
 
 // Hops that fall into call number `call`.
 int hopsOf(const BenchModel& model, std::size_t call) {
-  if (model.voice) return 1;
-  const auto step = static_cast<std::size_t>(model.weight->values().getReference<int>("Step"));
-  const auto size = static_cast<std::size_t>(model.rate) / 100;
-  return static_cast<int>((call + 1) * size / step - call * size / step);
+  const std::size_t hop = model.info.hop;
+  const auto size = static_cast<std::size_t>(model.info.sampleRate) / 100;
+  return static_cast<int>((call + 1) * size / hop - call * size / hop);
 }
 
 json percentiles(std::vector<double> values) {
@@ -79,8 +74,7 @@ json measure(const BenchModel& model, int rate, double seconds) {
   for (std::size_t i = 0; i < least.size(); ++i) {
     if (const int hops = hopsOf(model, i); hops > 0) work.push_back(least[i] / hops);
   }
-  return {{"model", model.name},
-          {"shipped", model.shipped},
+  return {{"model", model.info.name},
           {"rate", rate},
           {"frames", least.size()},
           {"runs", kRuns},
@@ -91,11 +85,11 @@ json measure(const BenchModel& model, int rate, double seconds) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const double seconds = argc > 1 ? std::atof(argv[1]) : 60.0;
+  const double seconds = argumentsOr({60.0}, argc, argv, "orvel_frame_times [SECONDS]")[0];
   json results = json::array();
   for (const BenchModel& model : allModels()) {
-    results.push_back(measure(model, model.rate, seconds));
-    if (model.rate != 48000) results.push_back(measure(model, 48000, seconds));
+    results.push_back(measure(model, model.info.sampleRate, seconds));
+    if (model.info.sampleRate != 48000) results.push_back(measure(model, 48000, seconds));
   }
   std::cout << results.dump(1) << '\n';
   return 0;

@@ -1,11 +1,12 @@
 #!/usr/bin/python3
-"""Puts benchmark results into a document: report.py RESULTS DOCUMENT.
+"""Tables of benchmark results: prints them, and keeps them in FOLDER/report.md.
 
-RESULTS is a folder with JSON files. Between the lines `<!-- begin NAME -->` and `<!-- end NAME -->`
-of the document everything is replaced by the table of that name; a table whose results are missing
-stays as it is.
+FOLDER holds JSON files as bench/run and scripts/soak leave them; a table whose results are missing is
+left out. With --write, everything between the lines `<!-- begin NAME -->` and `<!-- end NAME -->` of
+DOCUMENT is replaced by the table of that name.
 """
 
+import argparse
 import json
 import os
 import pathlib
@@ -32,8 +33,7 @@ def least_times(report):
     """
     unit = {"ns": 1.0, "us": 1e3, "ms": 1e6}
     times, counters = {}, {}
-    for run in sorted(report["benchmarks"],
-                      key=lambda run: (run["family_index"], run["per_family_instance_index"])):
+    for run in sorted(report["benchmarks"], key=lambda run: (run["family_index"], run["per_family_instance_index"])):
         if run.get("run_type") == "aggregate" or "error_occurred" in run:
             continue
         name = run["run_name"]
@@ -88,15 +88,30 @@ def floor(results):
         rate = min(own, key=lambda n: times[n])
         products, transforms = per_hop[f"products/{m}"], per_hop[f"transforms/{m}"]
         rows.append(
-            [m, f"{flops[m] / 2e6:.2f}", micro(per_hop[rate]), micro(products), micro(transforms),
-             f"{per_hop[rate] / (products + transforms):.2f}", micro(flops[m] / peak),
-             micro(2 * flops[m] / bandwidth)])
-    head = ["model", "million weights", "session at own rate, µs per hop", "its matrix products",
-            "its transforms", "session / (products + transforms)", "weights × 2 flop at peak",
-            "bytes of weights at bandwidth"]
+            [
+                m,
+                f"{flops[m] / 2e6:.2f}",
+                micro(per_hop[rate]),
+                micro(products),
+                micro(transforms),
+                f"{per_hop[rate] / (products + transforms):.2f}",
+                micro(flops[m] / peak),
+                micro(2 * flops[m] / bandwidth),
+            ]
+        )
+    head = [
+        "model",
+        "million weights",
+        "session at own rate, µs per hop",
+        "its matrix products",
+        "its transforms",
+        "session / (products + transforms)",
+        "weights × 2 flop at peak",
+        "bytes of weights at bandwidth",
+    ]
     return table(head, rows) + (
-        f"\n\nHighest rate of a model's products: {peak:.1f} Gflop/s; of reading its weights:"
-        f" {bandwidth:.1f} GB/s.")
+        f"\n\nHighest rate of a model's products: {peak:.1f} Gflop/s; of reading its weights: {bandwidth:.1f} GB/s."
+    )
 
 
 def sessions(results):
@@ -107,68 +122,144 @@ def sessions(results):
         if kind == "session":
             rows.setdefault(model, {})[rate[0]] = time
     rates = ["8000", "16000", "32000", "48000"]
-    cells = [[m, *(f"{c[r] / 1e6:.2f}" if r in c else "" for r in rates),
-              f"{1e9 / min(c.values()):.0f}"] for m, c in rows.items()]
-    return table(["model, ms per second of audio", "8 kHz", "16 kHz", "32 kHz", "48 kHz",
-                  "times real time at best"], cells)
+    cells = [
+        [m, *(f"{c[r] / 1e6:.2f}" if r in c else "" for r in rates), f"{1e9 / min(c.values()):.0f}"]
+        for m, c in rows.items()
+    ]
+    return table(
+        ["model, ms per second of audio", "8 kHz", "16 kHz", "32 kHz", "48 kHz", "times real time at best"], cells
+    )
 
 
 def frames(results):
     rows = []
     for r in results["frame_times"]:
         work, seen = r["work_ns_per_hop"], r["seen_ns_per_hop"]
-        rows.append([r["model"], r["rate"], *(micro(work[p]) for p in ("p50", "p99", "p99.9", "max")),
-                     f"{work['max'] / work['p50']:.2f}", micro(seen["p99.9"]), micro(seen["max"])])
-    return table(["model, µs per hop", "rate", "p50", "p99", "p99.9", "max", "max / p50",
-                  "p99.9 with the machine's noise", "max with it"], rows)
+        rows.append(
+            [
+                r["model"],
+                r["rate"],
+                *(micro(work[p]) for p in ("p50", "p99", "p99.9", "max")),
+                f"{work['max'] / work['p50']:.2f}",
+                micro(seen["p99.9"]),
+                micro(seen["max"]),
+            ]
+        )
+    return table(
+        [
+            "model, µs per hop",
+            "rate",
+            "p50",
+            "p99",
+            "p99.9",
+            "max",
+            "max / p50",
+            "p99.9 with the machine's noise",
+            "max with it",
+        ],
+        rows,
+    )
 
 
 def scale(results):
     rows = []
     for r in results["scale"]:
         ratio = r["hop_ns_among_all"] / r["hop_ns_alone"]
-        rows.append([r["model"], r["rate"], r["sessions"], f"{r['bytes_per_session'] / 1024:.0f}",
-                     f"{r['bytes_per_session'] * 10000 / 1e9:.2f}",
-                     f"{r['first_creation_ns'] / 1e6:.2f}", f"{r['creation_ns'] / 1e6:.3f}",
-                     micro(r["hop_ns_alone"]), micro(r["hop_ns_among_all"]), f"{ratio:.2f}",
-                     micro(r["hop_ns_all_in_turn"])])
-    return table(["model", "rate", "sessions", "KiB each", "GB for 10 000", "first created, ms",
-                  "created, ms", "hop alone, µs", "hop beside all others, µs", "ratio",
-                  "hops of all in turn, µs"], rows)
+        rows.append(
+            [
+                r["model"],
+                r["rate"],
+                r["sessions"],
+                f"{r['bytes_per_session'] / 1024:.0f}",
+                f"{r['bytes_per_session'] * 10000 / 1e9:.2f}",
+                f"{r['first_creation_ns'] / 1e6:.2f}",
+                f"{r['creation_ns'] / 1e6:.3f}",
+                micro(r["hop_ns_alone"]),
+                micro(r["hop_ns_among_all"]),
+                f"{ratio:.2f}",
+                micro(r["hop_ns_all_in_turn"]),
+            ]
+        )
+    return table(
+        [
+            "model",
+            "rate",
+            "sessions",
+            "KiB each",
+            "GB for 10 000",
+            "first created, ms",
+            "created, ms",
+            "hop alone, µs",
+            "hop beside all others, µs",
+            "ratio",
+            "hops of all in turn, µs",
+        ],
+        rows,
+    )
 
 
 def soak(results):
     r = results["soak"]
-    rows = [[f"{p['audio_hours']:.2f}", f"{p['cpu_ms_per_audio_second']:.3f}",
-             f"{p['resident_bytes'] / 1e6:.1f}", f"{p['heap_bytes'] / 1e6:.2f}"]
-            for p in r["parts"]]
+    rows = [
+        [
+            f"{p['audio_hours']:.2f}",
+            f"{p['cpu_ms_per_audio_second']:.3f}",
+            f"{p['resident_bytes'] / 1e6:.1f}",
+            f"{p['heap_bytes'] / 1e6:.2f}",
+        ]
+        for p in r["parts"]
+    ]
     before, after = (r[f"heap_bytes_without_sessions_{w}"] / 1e6 for w in ("before", "after"))
     return table(["hours of audio", "ms per second of audio", "resident, MB", "heap, MB"], rows) + (
         f"\n\n{r['audio_hours']:g} hours of audio through {r['sessions_at_once']} sessions at a time,"
         f" {r['sessions_opened']} opened in all. Frames refused or not finite: {r['bad_frames']}."
-        f" Heap without any session: {before:.3f} MB before, {after:.3f} MB after.")
+        f" Heap without any session: {before:.3f} MB before, {after:.3f} MB after."
+    )
 
 
-TABLES = {"machine": ("sessions", machine), "stages": ("stages", stages),
-          "floor": ("sessions", floor), "sessions": ("sessions", sessions),
-          "frames": ("frame_times", frames), "scale": ("scale", scale), "soak": ("soak", soak)}
+TABLES = {
+    "machine": ("sessions", machine),
+    "stages": ("stages", stages),
+    "floor": ("sessions", floor),
+    "sessions": ("sessions", sessions),
+    "frames": ("frame_times", frames),
+    "scale": ("scale", scale),
+    "soak": ("soak", soak),
+}
 
 
-def main(folder, document):
-    results = {path.stem: json.loads(path.read_text()) for path in pathlib.Path(folder).glob("*.json")}
-    text = pathlib.Path(document).read_text()
-    for name, (source, render) in TABLES.items():
-        if source not in results:
-            continue
+def put(document, tables):
+    """Replaces the tables in a document, which must have a place for each."""
+    text = document.read_text()
+    for name, rendered in tables.items():
         begin, end = f"<!-- begin {name} -->\n", f"<!-- end {name} -->"
-        if begin not in text:
+        if begin not in text or end not in text:
             sys.exit(f"{document} has no place for '{name}'")
         before, rest = text.split(begin)
-        text = before + begin + render(results) + "\n" + end + rest.split(end, 1)[1]
-    pathlib.Path(document).write_text(text)
+        text = before + begin + rendered + "\n" + end + rest.split(end, 1)[1]
+    document.write_text(text)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("folder", type=pathlib.Path, metavar="FOLDER")
+    parser.add_argument("--write", type=pathlib.Path, metavar="DOCUMENT")
+    arguments = parser.parse_args()
+    results = {}
+    for path in sorted(arguments.folder.glob("*.json")):
+        try:
+            results[path.stem] = json.loads(path.read_text())
+        except json.JSONDecodeError as error:
+            sys.exit(f"{path}: not a whole JSON file: {error}")
+    tables = {name: render(results) for name, (source, render) in TABLES.items() if source in results}
+    if not tables:
+        sys.exit(f"{arguments.folder} holds no results")
+    report = "\n".join(f"## {name}\n\n{rendered}\n" for name, rendered in tables.items())
+    (arguments.folder / "report.md").write_text(report)
+    print(report, end="")
+    if arguments.write:
+        put(arguments.write, tables)
 
 
 if __name__ == "__main__":
-    if len(sys.argv) != 3:
-        sys.exit(__doc__)
-    main(sys.argv[1], sys.argv[2])
+    main()

@@ -6,14 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
-#include "bench/catalog.h"
-#include "bench/clock.h"
+#include "bench/support.h"
 
 namespace {
 
@@ -56,10 +54,8 @@ class Scale {
     const double memory = (residentBytes() - before) / static_cast<double>(count - 1);
     const double amongAll = hopCost(2 * kPassesOfOne);
     const double inTurn = hopCost(kPassesOfAll, count);
-    for (; sessions_.size() > 1; sessions_.pop_back())
-      closeSession(model_, sessions_.back());
-    return {{"model", model_.name},
-            {"shipped", model_.shipped},
+    sessions_.erase(sessions_.begin() + 1, sessions_.end());
+    return {{"model", model_.info.name},
             {"rate", rate_},
             {"sessions", count},
             {"bytes_per_session", memory},
@@ -73,10 +69,7 @@ class Scale {
  private:
   void open(std::size_t count) {
     while (sessions_.size() < count) {
-      void* session = nullptr;
-      creation_.push_back(nanosecondsOf([&] { session = openSession(model_, rate_, rate_); }));
-      if (session == nullptr) throw std::runtime_error("no session of " + model_.name);
-      sessions_.push_back(session);
+      creation_.push_back(nanosecondsOf([&] { sessions_.emplace_back(model_, rate_, rate_); }));
     }
   }
 
@@ -85,7 +78,7 @@ class Scale {
     place_ = place_ + kPassCalls * size_ > audio_.size() ? 0 : place_;
     for (std::size_t call = 0; call < kPassCalls; ++call) {
       for (std::size_t i = 0; i < sessions; ++i)
-        processFrame(model_, sessions_[i], audio_.data() + place_, rate_, out_.data(), rate_);
+        sessions_[i].process(std::span(audio_).subspan(place_), out_);
       place_ += size_;
     }
   }
@@ -95,7 +88,7 @@ class Scale {
     double least = 1e18;
     for (int i = 0; i < passes; ++i)
       least = std::min(least, nanosecondsOf([&] { pass(sessions); }));
-    const double hops = hopsPerSecond(model_) * kPassCalls / 100.0;
+    const double hops = model_.hopsPerSecond() * kPassCalls / 100.0;
     return least / (hops * static_cast<double>(sessions));
   }
 
@@ -104,7 +97,7 @@ class Scale {
   std::size_t size_;
   std::vector<float> audio_, out_;
   std::size_t place_ = 0;
-  std::vector<void*> sessions_;
+  std::vector<BenchSession> sessions_;
   std::vector<double> creation_;
 };
 
@@ -137,15 +130,16 @@ json measureApart(const BenchModel& model, int rate, std::size_t count) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const auto count = static_cast<std::size_t>(argc > 1 ? std::atoi(argv[1]) : 10000);
+  const auto count =
+      static_cast<std::size_t>(argumentsOr({10000}, argc, argv, "orvel_scale [SESSIONS]")[0]);
   // Left out: whoever takes memory first from a virtual machine pays for its host's providing it.
   measureApart(allModels().front(), 48000, count / 10);
   json results = json::array();
   for (const BenchModel& model : allModels()) {
-    const bool most = model.name == kDefaultModel;
-    results.push_back(measureApart(model, model.rate, most ? count : count / 10));
+    const bool most = model.info.name == kDefaultModel;
+    results.push_back(measureApart(model, model.info.sampleRate, most ? count : count / 10));
     // Two resamplers make a session several times as large.
-    if (model.rate != 48000) results.push_back(measureApart(model, 48000, count / 10));
+    if (model.info.sampleRate != 48000) results.push_back(measureApart(model, 48000, count / 10));
   }
   std::cout << results.dump(1) << '\n';
   return 0;

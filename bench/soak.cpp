@@ -1,38 +1,36 @@
 // Hours of audio, as fast as they go, through many sessions that come and go: orvel_soak HOURS
-// [SESSIONS]. Speech, silence, clipping and bursts of numbers that are none alternate at random. Prints
+// [SESSIONS]. Speech, silence, clipping and bursts of NaN and infinity alternate at random. Prints
 // the figures as JSON; the exit status is 1 when memory grew, output was not finite or in range, or a
 // frame was refused.
 #include <malloc.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <iostream>
-#include <limits>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "bench/catalog.h"
-#include "bench/clock.h"
+#include "bench/support.h"
 
 namespace {
 
 using namespace orvel_bench;
 using nlohmann::json;
 
-constexpr int kRates[] = {8000, 12000, 16000, 24000, 32000, 44100, 48000, 88200, 96000};
+using orvel::kSampleRates;
+
+constexpr std::size_t kMostSamples = 960;  // 10 ms at 96 kHz
 constexpr int kParts = 10;
 // Growth that allocators and page rounding explain; a leak of one small block per session shows.
 constexpr double kAllowedGrowth = 1.001;
 
-enum class Mood { kSpeech, kSilence, kClipping, kNoNumbers };
+enum class Mood { kSpeech, kSilence, kClipping, kNotFinite };
 
 struct Slot {
-  const BenchModel* model = nullptr;
-  void* session = nullptr;
-  int inRate = 0, outRate = 0;
+  std::optional<BenchSession> session;
+  std::size_t rate = 0;  // of the input, as an index
   Mood mood = Mood::kSpeech;
   int framesLeft = 0;
   std::size_t place = 0;
@@ -41,17 +39,9 @@ struct Slot {
 class Soak {
  public:
   explicit Soak(std::size_t slots) : slots_(slots) {
-    for (const int rate : kRates)
+    for (const int rate : kSampleRates)
       audio_.push_back(benchSignal(rate, 3.0));
-    in_.resize(960);
-    out_.resize(960);
   }
-  ~Soak() {
-    for (Slot& slot : slots_)
-      close(slot);
-  }
-  Soak(const Soak&) = delete;
-  Soak& operator=(const Soak&) = delete;
 
   void run(double seconds) {
     for (double done = 0.0; done < seconds; done += 0.01 * static_cast<double>(slots_.size())) {
@@ -70,40 +60,30 @@ class Soak {
 
   void open(Slot& slot) {
     const auto& models = allModels();
-    slot.model = &models[random(static_cast<unsigned>(models.size()))];
-    slot.inRate = kRates[random(std::size(kRates))];
-    slot.outRate = slot.model->voice ? 100 : kRates[random(std::size(kRates))];
-    slot.session = openSession(*slot.model, slot.inRate, slot.outRate);
-    if (slot.session == nullptr) throw std::runtime_error("no session");
+    const BenchModel& model = models[random(static_cast<unsigned>(models.size()))];
+    slot.rate = random(kSampleRates.size());
+    slot.session.emplace(model, kSampleRates[slot.rate], kSampleRates[random(kSampleRates.size())]);
     ++opened_;
   }
 
-  static void close(Slot& slot) {
-    if (slot.session != nullptr) closeSession(*slot.model, slot.session);
-    slot.session = nullptr;
-  }
-
   void frame(Slot& slot) {
-    if (slot.session != nullptr && random(20000) == 0) close(slot);
-    if (slot.session == nullptr) open(slot);
+    if (!slot.session || random(20000) == 0) open(slot);
     if (slot.framesLeft-- <= 0) {
       slot.mood = static_cast<Mood>(random(4));
       slot.framesLeft = static_cast<int>(random(slot.mood == Mood::kSpeech ? 2000 : 200));
     }
     fill(slot);
     try {
-      processFrame(*slot.model, slot.session, in_.data(), slot.inRate, out_.data(), slot.outRate);
-    } catch (const std::runtime_error&) {
+      slot.session->process(in_, out_);
+    } catch (const orvel::Error&) {
       ++badFrames_;
     }
     check(slot);
   }
 
   void fill(Slot& slot) {
-    const std::size_t which = static_cast<std::size_t>(
-        std::find(std::begin(kRates), std::end(kRates), slot.inRate) - kRates);
-    const std::vector<float>& audio = audio_[which];
-    const auto size = static_cast<std::size_t>(slot.inRate) / 100;
+    const std::vector<float>& audio = audio_[slot.rate];
+    const std::size_t size = slot.session->inputSize();
     slot.place = slot.place + size > audio.size() ? 0 : slot.place;
     for (std::size_t i = 0; i < size; ++i) {
       const float sample = audio[slot.place + i];
@@ -117,7 +97,7 @@ class Soak {
         case Mood::kClipping:
           in_[i] = sample * 1e4F;
           break;
-        case Mood::kNoNumbers:
+        case Mood::kNotFinite:
           in_[i] = i % 3 == 0 ? NAN : (i % 3 == 1 ? INFINITY : -1e38F);
           break;
       }
@@ -126,8 +106,8 @@ class Soak {
   }
 
   void check(const Slot& slot) {
-    const auto size = static_cast<std::size_t>(slot.outRate) / 100;
-    const bool good = std::all_of(out_.begin(), out_.begin() + static_cast<std::ptrdiff_t>(size),
+    const std::span<const float> out(out_.data(), slot.session->outputSize());
+    const bool good = std::all_of(out.begin(), out.end(),
                                   [](float sample) { return sample >= -1.0F && sample < 1.0F; });
     badFrames_ += good ? 0 : 1;
   }
@@ -135,7 +115,8 @@ class Soak {
   std::mt19937 engine_{2024};
   std::vector<Slot> slots_;
   std::vector<std::vector<float>> audio_;
-  std::vector<float> in_, out_;
+  std::vector<float> in_ = std::vector<float>(kMostSamples);
+  std::vector<float> out_ = std::vector<float>(kMostSamples);
   long opened_ = 0;
   long badFrames_ = 0;
   double audioSeconds_ = 0.0;
@@ -151,8 +132,8 @@ double heapBytes() {
 // once they were used, so that what is left is the sessions' own.
 void prepareEverything() {
   for (const BenchModel& model : allModels()) {
-    for (const int rate : kRates)
-      closeSession(model, openSession(model, rate, model.voice ? 100 : rate));
+    for (const int rate : kSampleRates)
+      BenchSession(model, rate, rate);
   }
 }
 
@@ -174,8 +155,10 @@ json toJson(const std::vector<Part>& parts, double partSeconds) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const double hours = argc > 1 ? std::atof(argv[1]) : 24.0;
-  const auto slots = static_cast<std::size_t>(argc > 2 ? std::atoi(argv[2]) : 50);
+  const std::vector<double> arguments =
+      argumentsOr({24.0, 50.0}, argc, argv, "orvel_soak [HOURS [SESSIONS]]");
+  const double hours = arguments[0];
+  const auto slots = static_cast<std::size_t>(arguments[1]);
   const double partSeconds = hours * 3600.0 / kParts;
   allModels();
   // Set aside beforehand: what this program keeps must not look like the library's.

@@ -9,7 +9,6 @@
 
 #include "noise_canceller/gain_chain.h"
 #include "noise_canceller/network_input.h"
-#include "noise_canceller/noise_average.h"
 #include "noise_canceller/spectral_features.h"
 #include "noise_canceller/synthesis.h"
 #include "noise_canceller/vad_features.h"
@@ -100,14 +99,14 @@ void computeFeatures(benchmark::State& state, SpectralFeatures& features,
 
 void magnitudeFeatures(benchmark::State& state) {
   const FrameParameters frame = frameAt(state.range(0));
-  LogMagnitudeFeatures features(frame);
+  SpectralFeatures features(frame, std::nullopt, nullptr);
   computeFeatures(state, features, frame);
 }
 
 void bandFeatures(benchmark::State& state) {
   const FrameParameters frame = frameAt(state.range(0));
-  LogPowerBandFeatures features(frame, RescaleSettings{},
-                                std::make_shared<BandCompression>(frame.bandWidth(), 2));
+  SpectralFeatures features(frame, RescaleSettings{},
+                            std::make_shared<BandCompression>(frame.bandWidth(), 2));
   computeFeatures(state, features, frame);
 }
 

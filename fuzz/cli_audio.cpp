@@ -1,5 +1,5 @@
-// Any bytes as the audio of `orvel clean` and `orvel vad`: a sound file, or raw samples on a
-// descriptor. The output is as long as what was read and finite; trouble is a ToolError.
+// Any bytes as the audio of `orvel clean` and `orvel vad`: a sound file, or a pipe with a WAV header or
+// without. The output is as long as what was read and finite; trouble is a ToolError.
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -12,13 +12,12 @@
 #include "fuzz/require.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/test_model.h"
-#include "tools/engine.h"
-#include "tools/raw_io.h"
+#include "tools/aligned_cleaner.h"
+#include "tools/audio.h"
 #include "tools/sound_file.h"
-#include "tools/sound_format.h"
-#include "tools/stream_cleaner.h"
+#include "tools/stream_audio.h"
 #include "tools/tool_error.h"
-#include "tools/vad_stream.h"
+#include "tools/wav_header.h"
 
 namespace {
 
@@ -30,62 +29,72 @@ constexpr std::size_t kBlockFrames = 512;
 constexpr std::size_t kMostSamples = 1U << 15U;
 constexpr int kMostChannels = 8;
 
-// One engine for all inputs, with a small model of each kind and rate.
+// One small model of each kind for all inputs.
 struct World {
   World() {
-    directory.write("fuzz-noise.bin", orvel_test::makeModel({.rate = 8000}).weights().bytes());
-    directory.write("fuzz-noise.ctl", "WEIGHT fuzz-noise.bin\n");
-    directory.write("fuzz-voice.bin", orvel_test::makeVadModel().weights().bytes());
-    directory.write("fuzz-voice.ctl", "WEIGHT fuzz-voice.bin\n");
-    const ModelSet models{directory.path(), {"fuzz-noise.ctl", "fuzz-voice.ctl"}, true};
-    engine = std::make_unique<Engine>(models, std::vector<Setting>{}, console);
+    const auto load = [this](const std::string& bytes, const char* name) {
+      library.loadModelFromMemory({}, std::as_bytes(std::span(bytes)), name);
+    };
+    load(orvel_test::makeModel({.rate = 8000}).weights().bytes(), "noise");
+    load(orvel_test::makeVadModel().weights().bytes(), "voice");
   }
   orvel_test::TempDir directory;
-  Console console{false};
-  std::unique_ptr<Engine> engine;
+  orvel::Library library;
 };
 
-std::unique_ptr<AudioSource> openRaw(const MemoryFile& file, unsigned choice, int descriptor) {
+std::unique_ptr<AudioSource> openPipe(const std::string& bytes, UniqueFd descriptor,
+                                      unsigned choice) {
+  std::size_t at = 0;
+  const auto header = readWavHeader([&](std::size_t size) {
+    const std::string part = bytes.substr(std::min(at, bytes.size()), size);
+    at += part.size();
+    return part;
+  });
+  if (header && header->format && header->spec.sampleRate >= 1000 &&
+      header->spec.sampleRate <= 768000) {
+    ::lseek(descriptor.get(), static_cast<off_t>(header->dataOffset), SEEK_SET);
+    return std::make_unique<StreamReader>(std::move(descriptor), "wav", header->spec,
+                                          *header->format, std::string(), header->dataBytes);
+  }
   constexpr int kRates[] = {8000, 11025, 22050, 44100, 48000, 1000, 192000, 16000};
-  constexpr RawFormat kFormats[] = {RawFormat::s16, RawFormat::s24, RawFormat::s32, RawFormat::f32};
+  constexpr SampleFormat kFormats[] = {SampleFormat::kS16, SampleFormat::kS24, SampleFormat::kU8,
+                                       SampleFormat::kF64};
   const AudioSpec spec{kRates[choice % 8], 1 + static_cast<int>(choice / 8 % 3)};
-  return std::make_unique<RawReader>(descriptor, file.path(), spec, kFormats[choice / 64 % 4]);
-}
-
-std::unique_ptr<AudioSink> openSink(const AudioSource& source, const World& world) {
-  const auto* file = dynamic_cast<const SoundFileReader*>(&source);
-  const int like = file != nullptr ? file->format() : SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-  const std::string path = world.directory.file("out.wav");
-  auto sink = std::make_unique<SoundFileWriter>(
-      path, outputFormat(like, path, source.spec(), source.claimedFrames().value_or(0)),
-      source.spec(), true);
-  if (file != nullptr) sink->copyDescription(*file);
-  return sink;
+  return std::make_unique<StreamReader>(std::move(descriptor), "samples", spec,
+                                        kFormats[choice / 64 % 4]);
 }
 
 void requireFinite(const std::vector<float>& samples) {
-  for (const float sample : samples)
+  for (const float sample : samples) {
     require(std::isfinite(sample) && std::abs(sample) < 4.0F, "output is finite and in range");
+  }
 }
 
 void process(AudioSource& source, World& world) {
   const AudioSpec spec = source.spec();
   const auto channels = static_cast<std::size_t>(spec.channels);
-  if (spec.channels > kMostChannels) return;
-  const std::unique_ptr<AudioSink> sink = openSink(source, world);
-  StreamCleaner cleaner(*world.engine, spec, std::nullopt);
+  if (spec.channels > kMostChannels) {
+    return;
+  }
+  const auto sink = openSink(world.directory.file("out.wav"), source, {}, true);
+  AlignedCleaner cleaner(world.library, {spec, "noise", std::nullopt});
   std::size_t scores = 0;
-  VadStream voice(*world.engine, spec, [&](double score) {
-    require(score >= 0.0 && score <= 1.0, "a score is a probability");
+  const auto onScore = [&](float score) {
+    require(score >= 0.0F && score <= 1.0F, "a score is a probability");
     ++scores;
-  });
+  };
+  const int voiceRate = sessionRate(spec.sampleRate);
+  orvel::VoiceDetector voice(world.library,
+                             {.rate = voiceRate, .channels = spec.channels, .model = "voice"});
   std::vector<float> block(kBlockFrames * channels);
   std::vector<float> output;
   std::size_t in = 0;
   std::size_t out = 0;
   while (in * channels < kMostSamples) {
     const std::size_t frames = source.read(block);
-    if (frames == 0) break;
+    if (frames == 0) {
+      break;
+    }
     require(frames <= kBlockFrames, "no more is read than there is room for");
     in += frames;
     const std::span<const float> samples(block.data(), frames * channels);
@@ -94,17 +103,18 @@ void process(AudioSource& source, World& world) {
     requireFinite(output);
     sink->write(output);
     out += output.size();
-    voice.push(samples);
+    voice.process(samples, onScore);
   }
   output.clear();
   cleaner.finish(output);
   requireFinite(output);
   sink->write(output);
   sink->commit();
-  voice.finish();
+  voice.flush(onScore);
   require(out + output.size() == in * channels, "output is as long as input");
-  const auto hops = std::ceil(static_cast<double>(in) * 100.0 / spec.sampleRate);
+  const auto hops = std::ceil(static_cast<double>(in) * 100.0 / voiceRate);
   require(std::abs(static_cast<double>(scores) - hops) <= 1.0, "a score for each 10 ms");
+  source.shortfall();
 }
 
 }  // namespace
@@ -117,13 +127,19 @@ extern "C" const char* __lsan_default_suppressions() {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static World world;
-  if (size < 2) return 0;
-  MemoryFile file(orvel_fuzz::text(data + 2, size - 2));
+  if (size < 2) {
+    return 0;
+  }
+  const std::string bytes(orvel_fuzz::text(data + 2, size - 2));
+  MemoryFile file(bytes);
+  UniqueFd descriptor(::dup(file.descriptor()));
   try {
     const std::unique_ptr<AudioSource> source =
-        data[0] % 4 == 0 ? openRaw(file, data[1], file.descriptor())
-                         : std::make_unique<SoundFileReader>(file.path());
-    process(*source, world);
+        data[0] % 4 == 0 ? openPipe(bytes, std::move(descriptor), data[1])
+                         : std::make_unique<SoundFileReader>(std::move(descriptor), "file");
+    if (source->spec().sampleRate >= 1000 && source->spec().sampleRate <= 768000) {
+      process(*source, world);
+    }
   } catch (const ToolError& error) {
     require(error.what()[0] != '\0', "an error has a text");
   }

@@ -1,5 +1,4 @@
 // Writes the seed corpora: make_seeds FOLDER. Small, valid inputs of every kind for each target.
-#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -7,7 +6,7 @@
 #include <string>
 
 #include "tests/support/signals.h"
-#include "tests/support/test_model.h"
+#include "tests/support/versions.h"
 
 namespace {
 
@@ -34,29 +33,22 @@ struct Seed {
 
 std::vector<Seed> models() {
   std::vector<Seed> seeds;
-  for (const char* version : {"0.0.1", "0.0.2", "0.0.3", "0.0.4", "0.0.5"}) {
-    const bool bands = std::string(version) >= "0.0.4";
-    orvel_test::Shape shape;
-    shape.version = version;
-    shape.rate = bands ? 16000 : 8000;
+  for (const orvel_test::CleanerTraits* version : orvel_test::cleanerVersions()) {
+    orvel_test::Shape shape = orvel_test::shapeOf(*version);
+    shape.rate = version->compressesBands() ? 16000 : 8000;
     shape.band = 8;
     shape.preview = 2;
     shape.nat = 2;
     shape.hidden = {4, 4};
     shape.gateWidth = 4;
-    shape.compress = bands ? 1 : 0;
-    std::string suffix = std::string("_v") + version;
-    std::replace(suffix.begin(), suffix.end(), '.', '_');
-    std::string keys = "ORVEL_COMPRESS_RATE_v0_0_5 1\n";
-    for (const char* name : {"ENABLE_CLIP_FIX", "ENABLE_THRESH_CUT", "ENABLE_RM_THRESHOLD",
-                             "SMOOT_RM_MODIFY", "HIGH_FREQ_SMOOT", "SKIP_FRAME", "VOLUME_UP"}) {
-      keys += "ORVEL_" + std::string(name) + suffix + " TRUE\n";
-    }
-    keys += "ORVEL_SMOOT_COEF" + suffix + " 0.5\nORVEL_VOLUME_UP_PERCENT" + suffix + " 50\n";
-    seeds.push_back({version, orvel_test::makeModel(shape).weights().bytes(), keys});
+    const orvel_test::TestModel model = orvel_test::isDetector(*version)
+                                            ? orvel_test::makeVadModel()
+                                            : orvel_test::makeModel(shape);
+    std::string keys;
+    for (const auto& [key, value] : orvel_test::allStages(*version))
+      keys.append(key + " " + value + "\n");
+    seeds.push_back({version->version, model.weights().bytes(), keys});
   }
-  seeds.push_back({"voice", orvel_test::makeVadModel().weights().bytes(),
-                   "ORVEL_VAD_ENABLE_STATE_RESET_v0_0_1 TRUE\n"});
   return seeds;
 }
 

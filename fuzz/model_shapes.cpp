@@ -8,7 +8,7 @@
 
 #include "fuzz/drive_model.h"
 #include "fuzz/require.h"
-#include "tests/support/test_model.h"
+#include "tests/support/versions.h"
 
 namespace {
 
@@ -41,7 +41,6 @@ class Choices {
 };
 
 constexpr int kModelRates[] = {8000, 16000, 32000};
-constexpr const char* kVersions[] = {"0.0.1", "0.0.2", "0.0.3", "0.0.4", "0.0.5"};
 
 TestModel chooseModel(Choices& choices) {
   const int rate = kModelRates[choices.upTo(2)];
@@ -49,11 +48,13 @@ TestModel chooseModel(Choices& choices) {
     return orvel_test::makeVadModel(rate, choices.oneIn(2), choices.oneIn(2) ? 1 : 10,
                                     choices.byte());
   }
+  static const auto versions = orvel_test::noiseCleaners();
+  const auto& version = *versions[choices.upTo(static_cast<int>(versions.size()) - 1)];
   orvel_test::Shape shape;
-  shape.version = kVersions[choices.upTo(4)];
+  shape.version = version.version;
   shape.rate = rate;
   shape.frameMs = choices.oneIn(2) ? 30 : 32;
-  shape.compress = shape.version >= "0.0.4" ? choices.upTo(4) : 0;
+  shape.compress = version.compressesBands() ? choices.upTo(4) : 0;
   const int widest = rate * shape.frameMs / 2000 + 1;
   shape.begin = choices.upTo(4);
   shape.band = 1 + choices.upTo(std::min(100, widest - shape.begin - 1));
