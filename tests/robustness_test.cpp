@@ -1,29 +1,19 @@
-// Hostile audio and weights through the exports; threads and time that a session takes.
-#include <time.h>
+// Hostile audio and weights through whole sessions; threads that a session starts.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
 #include <filesystem>
 #include <limits>
 
-#include "tests/support/sdk.h"
+#include "tests/support/library.h"
 #include "tests/support/signals.h"
+#include "tests/support/versions.h"
 
 namespace orvel_test {
 namespace {
 
-Shape shapeOf(const char* version) {
-  Shape shape;
-  shape.version = version;
-  if (std::string(version) == "0.0.4") shape.compress = 1;
-  if (std::string(version) == "0.0.5") shape.compress = 2;
-  return shape;
-}
-
-const char* const kVersions[] = {"0.0.1", "0.0.2", "0.0.3", "0.0.4", "0.0.5"};
-
 TEST(HostileAudio, NotANumberCountsAsZero) {
-  Sdk sdk;
+  orvel::Library library;
   const float nan = std::numeric_limits<float>::quiet_NaN();
   const float infinity = std::numeric_limits<float>::infinity();
   std::vector<float> clean = toFloat(speechLike(48000, 0.3));
@@ -32,54 +22,50 @@ TEST(HostileAudio, NotANumberCountsAsZero) {
     clean[i] = 0.0F;
     dirty[i] = i % 3 == 0 ? nan : i % 3 == 1 ? infinity : -infinity;
   }
-  ASSERT_EQ(sdk.load("voice", makeVadModel()), 0);
-  void* a = Orv_VAD_CreateSession(48000, 10, "voice");
-  void* b = Orv_VAD_CreateSession(48000, 10, "voice");
+  load(library, "voice", makeVadModel());
+  orvel::Detector a(library, {.rate = 48000, .model = "voice"});
+  orvel::Detector b(library, {.rate = 48000, .model = "voice"});
   for (size_t at = 0; at + 480 <= clean.size(); at += 480) {
-    float expected = 0.0F, got = -1.0F;
-    ASSERT_EQ(Orv_VAD_ProcessFloat(a, &clean[at], 480, &expected), 0);
-    ASSERT_EQ(Orv_VAD_ProcessFloat(b, &dirty[at], 480, &got), 0);
-    ASSERT_EQ(got, expected);
+    ASSERT_EQ(b.process(std::span<const float>(dirty).subspan(at, 480)),
+              a.process(std::span<const float>(clean).subspan(at, 480)));
   }
-  for (const char* version : kVersions) {
-    ASSERT_EQ(sdk.load(version, makeModel(shapeOf(version))), 0);
-    void* first = Orv_NC_CreateSession(48000, 48000, 10, version);
-    void* second = Orv_NC_CreateSession(48000, 48000, 10, version);
-    EXPECT_EQ(cleanStream(first, clean, 480, 480), cleanStream(second, dirty, 480, 480)) << version;
+  for (const CleanerTraits* traits : noiseCleaners()) {
+    const std::string version = traits->version;
+    load(library, version, makeModel(shapeOf(*traits)));
+    orvel::Cleaner first(library, {.inputRate = 48000, .model = version});
+    orvel::Cleaner second(library, {.inputRate = 48000, .model = version});
+    EXPECT_EQ(cleanStream(first, clean), cleanStream(second, dirty)) << version;
   }
 }
 
 TEST(HostileAudio, ExtremesStayWithinFullScaleAndPass) {
-  Sdk sdk;
-  for (const char* version : kVersions) {
-    ASSERT_EQ(sdk.load(version, makeModel(shapeOf(version))), 0);
-    void* session = Orv_NC_CreateSession(44100, 48000, 20, version);
-    void* fresh = Orv_NC_CreateSession(44100, 48000, 20, version);
+  orvel::Library library;
+  for (const CleanerTraits* traits : noiseCleaners()) {
+    const std::string version = traits->version;
+    load(library, version, makeModel(shapeOf(*traits)));
+    const orvel::CleanerOptions options{44100, 48000, 20, version};
+    orvel::Cleaner cleaner(library, options);
+    orvel::Cleaner fresh(library, options);
     const float largest = std::numeric_limits<float>::max();
     std::vector<float> input;
     for (const float value : {largest, -largest, 1e30F, 1.0F, -1.0F, 1e-40F}) {
       for (int i = 0; i < 4 * 882; ++i)
         input.push_back(i / 50 % 2 == 0 ? value : -value);
     }
-    const std::vector<float> output = cleanStream(session, input, 882, 960);
+    const std::vector<float> output = cleanStream(cleaner, input);
     for (const float sample : output) {
       ASSERT_GE(sample, -1.0F) << version;
       ASSERT_LE(sample, 32767.0F / 32768.0F) << version;
     }
-    // Feed-forward generations forget: after the averages have run out the stream is as usual.
-    if (version[4] > '2') continue;
-    std::vector<float> tail(882 * 40, 0.0F);
-    cleanStream(session, tail, 882, 960);
-    cleanStream(fresh, tail, 882, 960);
-    const std::vector<float> speech = toFloat(speechLike(44100, 0.3));
-    const std::vector<float> after = cleanStream(session, speech, 882, 960);
-    const std::vector<float> usual = cleanStream(fresh, speech, 882, 960);
-    double difference = 0.0;
-    for (size_t i = 0; i < usual.size(); ++i) {
-      difference = std::fmax(
-          difference, std::fabs(static_cast<double>(after[i]) - static_cast<double>(usual[i])));
-    }
-    EXPECT_LT(difference, 1e-3) << version;
+    // Without followers of the level they forget: after the averages have run out the stream is as
+    // usual.
+    if (traits->rescales) continue;
+    const std::vector<float> tail(882 * 40, 0.0F), speech = toFloat(speechLike(44100, 0.3));
+    cleanStream(cleaner, tail);
+    cleanStream(fresh, tail);
+    EXPECT_THAT(cleanStream(cleaner, speech),
+                testing::Pointwise(testing::FloatNear(1e-3F), cleanStream(fresh, speech)))
+        << version;
   }
 }
 
@@ -88,11 +74,12 @@ TEST(HostileWeights, AnyValuesGiveAFrameInFullScale) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
   const float infinity = std::numeric_limits<float>::infinity();
   int number = 0;
-  Sdk sdk;
-  for (const char* version : kVersions) {
+  orvel::Library library;
+  for (const CleanerTraits* traits : noiseCleaners()) {
+    const std::string version = traits->version;
     for (const float value : {nan, infinity, -infinity, 0.0F, 3e38F}) {
       for (const bool inMu : {true, false}) {
-        TestModel model = makeModel(shapeOf(version));
+        TestModel model = makeModel(shapeOf(*traits));
         if (inMu) {
           model.mu[3] = value;
           model.sd[5] = 0.0F;
@@ -102,12 +89,11 @@ TEST(HostileWeights, AnyValuesGiveAFrameInFullScale) {
           }
         }
         const std::string name = "model" + std::to_string(++number);
-        ASSERT_EQ(sdk.load(name, model, {{"ORVEL_RESCALE_REF_AMPL_v0_0_3", "nan"}}), 0);
-        void* session = Orv_NC_CreateSession(48000, 44100, 10, name.c_str());
-        ASSERT_NE(session, nullptr);
+        load(library, name, model, {{"ORVEL_RESCALE_REF_AMPL_v0_0_3", "nan"}});
+        orvel::Cleaner cleaner(library, {48000, 44100, 10, name});
         const std::vector<int16_t> input = speechLike(48000, 0.1);
-        EXPECT_EQ(cleanStream(session, input, 480, 441).size(), 4410U);
-        for (const float sample : cleanStream(session, toFloat(input), 480, 441)) {
+        EXPECT_EQ(cleanStream(cleaner, input).size(), 4410U);
+        for (const float sample : cleanStream(cleaner, toFloat(input))) {
           ASSERT_TRUE(sample >= -1.0F && sample <= 1.0F) << name << ' ' << sample;
         }
       }
@@ -117,17 +103,14 @@ TEST(HostileWeights, AnyValuesGiveAFrameInFullScale) {
 
 TEST(Threads, TheLibraryStartsNone) {
   const auto tasks = [] {
-    int count = 0;
-    for ([[maybe_unused]] const auto& task :
-         std::filesystem::directory_iterator("/proc/self/task")) {
-      ++count;
-    }
-    return count;
+    const std::filesystem::directory_iterator all("/proc/self/task");
+    return std::distance(begin(all), end(all));
   };
-  const int before = tasks();
-  Sdk sdk;
-  ASSERT_EQ(sdk.load("model", makeModel(shapeOf("0.0.5"))), 0);
-  cleanStream(Orv_NC_CreateSession(48000, 48000, 10, "model"), speechLike(48000, 0.2), 480, 480);
+  const auto before = tasks();
+  orvel::Library library;
+  load(library, "model", makeModel(shapeOf(*noiseCleaners().back())));
+  orvel::Cleaner cleaner(library, {.inputRate = 48000});
+  cleanStream(cleaner, speechLike(48000, 0.2));
   EXPECT_EQ(tasks(), before);
 }
 

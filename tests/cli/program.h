@@ -27,6 +27,8 @@ Result finish(const TempDir& dir, pid_t child);
 // Both; standard input is the given bytes.
 Result orvel(const TempDir& dir, const std::vector<std::string>& arguments,
              const std::string& input = "");
+// Runs a bash script in the directory, in which $ORVEL is the command.
+Result shell(const TempDir& dir, const std::string& script);
 
 struct Sound {
   int rate = 0;
@@ -52,13 +54,15 @@ double snrDb(const std::vector<float>& original, const std::vector<float>& other
 
 double powerDb(const std::vector<float>& samples);
 
-// A directory with all-pass models orvel-8k, orvel-16k and orvel-32k, and orvel-vad.
+std::string slurp(const std::string& path);
+
+// A directory with all-pass models orvel-8k, orvel-16k and orvel-32k, and orvel-vad; $ORVEL_MODEL_DIR
+// names it.
 class CliTest : public ::testing::Test {
  protected:
   CliTest();
   void addModel(const std::string& name, const TestModel& model, const std::string& keys = "");
-  // Runs the command with --model-dir set.
-  Result run(std::vector<std::string> arguments, const std::string& input = "");
+  Result run(const std::vector<std::string>& arguments, const std::string& input = "");
   // Names of everything in a folder, hidden files included.
   std::vector<std::string> list(const std::string& folder) const;
 

@@ -2,10 +2,12 @@
 
 #include <cstdlib>
 
+#include "tests/support/versions.h"
+
 namespace orvel_test {
 
 Settings::Settings(int generation, const Keys& keys) {
-  const std::string suffix = "_v0_0_" + std::to_string(generation);
+  const std::string suffix = noiseCleaners().at(generation - 1)->keySuffix;
   const auto text = [&](const std::string& name) {
     const auto found = keys.find(name);
     return found == keys.end() ? std::string() : found->second;

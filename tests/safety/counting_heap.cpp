@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "tests/safety/guard_state.h"
+#include "tests/safety/guard.h"
 
 #define PUBLIC extern "C" __attribute__((visibility("default")))
 
@@ -25,10 +25,8 @@ std::atomic<bool> tallying{false};
 std::atomic<long> liveBytes{0};
 std::atomic<long> peakBytes{0};
 
-void note(const void* caller) {
-  auto& state = guardState();
-  if (!state.watching) return;
-  if (state.misdeeds.heapCalls++ == 0) state.misdeeds.firstHeapCaller = caller;
+void note() {
+  if (guardState().watching) ++guardState().misdeeds.heapCalls;
 }
 
 void tally(long bytes) {
@@ -51,34 +49,34 @@ void given(void* block) {
 }  // namespace
 
 PUBLIC void* malloc(std::size_t size) {
-  note(__builtin_return_address(0));
+  note();
   return taken(__libc_malloc(size));
 }
 PUBLIC void* calloc(std::size_t count, std::size_t size) {
-  note(__builtin_return_address(0));
+  note();
   return taken(__libc_calloc(count, size));
 }
 PUBLIC void* realloc(void* block, std::size_t size) {
-  note(__builtin_return_address(0));
+  note();
   given(block);
   return taken(__libc_realloc(block, size));
 }
 PUBLIC void free(void* block) {
   if (block == nullptr) return;
-  note(__builtin_return_address(0));
+  note();
   given(block);
   __libc_free(block);
 }
 PUBLIC void* memalign(std::size_t alignment, std::size_t size) {
-  note(__builtin_return_address(0));
+  note();
   return taken(__libc_memalign(alignment, size));
 }
 PUBLIC void* aligned_alloc(std::size_t alignment, std::size_t size) {
-  note(__builtin_return_address(0));
+  note();
   return taken(__libc_memalign(alignment, size));
 }
 PUBLIC int posix_memalign(void** block, std::size_t alignment, std::size_t size) {
-  note(__builtin_return_address(0));
+  note();
   *block = taken(__libc_memalign(alignment, size));
   return *block == nullptr ? ENOMEM : 0;
 }

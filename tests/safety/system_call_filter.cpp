@@ -13,7 +13,7 @@
 #include <cstdint>
 #include <thread>
 
-#include "tests/safety/guard_state.h"
+#include "tests/safety/guard.h"
 
 #if defined(__x86_64__)
 

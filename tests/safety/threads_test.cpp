@@ -137,28 +137,9 @@ TEST(Threads, OneOfManyClosesWins) {
     thread.join();
   for (int i = 0; i < kTries; ++i) {
     int closed = 0;
-    for (const std::vector<int>& result : results) {
+    for (const std::vector<int>& result : results)
       closed += result[i] == 0;
-      EXPECT_TRUE(result[i] == 0 || result[i] == 1 || result[i] == -3) << result[i];
-    }
     EXPECT_EQ(closed, 1);
-  }
-}
-
-// A slot that is taken again does not bring the old handle back, not across a restart either.
-TEST(Threads, HandlesAreNeverReused) {
-  std::set<void*> seen;
-  for (int life = 0; life < 3; ++life) {
-    Sdk sdk;
-    loadModels(sdk);
-    Capture quiet;
-    for (int i = 0; i < 30; ++i) {
-      void* handle = Orv_NC_CreateSession(16000, 16000, 10, "first");
-      for (void* known : seen)
-        ASSERT_TRUE(isRefused(known));
-      ASSERT_TRUE(seen.insert(handle).second);
-      ASSERT_EQ(Orv_NC_CloseSession(handle), 0);
-    }
   }
 }
 

@@ -1,9 +1,17 @@
 #include "tests/support/test_model.h"
 
+#include <algorithm>
 #include <cmath>
 #include <random>
+#include <stdexcept>
+
+#include "tests/support/versions.h"
 
 namespace orvel_test {
+
+using ORVEL::NOISE_CANCELLER::findCleanerVersion;
+using ORVEL::NOISE_CANCELLER::NetworkKind;
+
 namespace {
 
 class Random {
@@ -53,11 +61,24 @@ void setFrame(TestModel& model, int rate, int frameMs) {
   model.bins = model.frameLength / 2 + 1;
 }
 
-}  // namespace
-
+// Values left after compressing n bands at a rate for which the bands end at n.
 int compressedSize(int n, int compress) {
   const int singles = n >> compress;
   return singles + compress * singles / 2;
+}
+
+}  // namespace
+
+const CleanerTraits& TestModel::traits() const {
+  const CleanerTraits* known = findCleanerVersion(version);
+  if (known == nullptr) throw std::invalid_argument("no cleaner of version " + version);
+  return *known;
+}
+
+int TestModel::generation() const {
+  const std::vector<const CleanerTraits*> cleaners = noiseCleaners();
+  const auto own = std::find(cleaners.begin(), cleaners.end(), &traits());
+  return own == cleaners.end() ? 0 : static_cast<int>(own - cleaners.begin()) + 1;
 }
 
 TestModel makeModel(const Shape& shape) {
@@ -69,16 +90,17 @@ TestModel makeModel(const Shape& shape) {
   model.end = shape.begin + shape.band;
   model.preview = shape.preview;
   model.nat = shape.nat;
-  const int generation = model.generation();
-  const bool power = generation >= 4;
-  const int features = power ? compressedSize(shape.band, shape.compress) : shape.band;
-  int input = shape.preview * features + (generation <= 2 ? features : 0);
-  // Power features lie near ln(1e8), magnitudes near ln(1e4); from generation 4 on the statistics
-  // repeat, so a length that is no multiple of the frame shows a wrong index.
-  const int statistics = power ? features + 5 : input;
+  const CleanerTraits& traits = model.traits();
+  const bool power = traits.compressesBands();
+  const int compress = shape.compress < 0 ? static_cast<int>(traits.bandRate) : shape.compress;
+  const int features = power ? compressedSize(shape.band, compress) : shape.band;
+  int input = (shape.preview + (traits.averagesNoise ? 1 : 0)) * features;
+  // Power features lie near ln(1e8), magnitudes near ln(1e4). Where the statistics repeat, a length that
+  // is no multiple of the frame shows a wrong index.
+  const int statistics = traits.repeatsStatistics ? features + 5 : input;
   model.mu = random.floats(statistics, power ? 17.0F : 8.0F, 1.5F);
   model.sd = random.floats(statistics, power ? 5.0F : 2.5F, 1.0F);
-  if (generation == 5) {
+  if (traits.network == NetworkKind::kRecurrent) {
     const int state = shape.hidden.back();
     input += state;
     model.gru.push_back(random.dense(input, shape.gateWidth));
@@ -95,7 +117,7 @@ TestModel makeFlatModel(const std::string& version, int rate, int frameMs, float
   model.end = model.bins;
   model.preview = 1;
   model.nat = 1;
-  const int input = model.generation() <= 2 ? 2 * model.bins : model.bins;
+  const int input = (model.traits().averagesNoise ? 2 : 1) * model.bins;
   model.mu.assign(input, 0.0F);
   model.sd.assign(input, 1.0F);
   const Dense zero{static_cast<uint32_t>(input), static_cast<uint32_t>(model.bins),
@@ -128,19 +150,20 @@ TestModel makeVadModel(int rate, bool calibrated, int gateWidth, unsigned seed) 
 
 WeightBuilder TestModel::weights() const {
   WeightBuilder out;
-  const int kind = generation();
   out.text("Version", version).integer("SampleRate", rate).integer("FrameLength", frameLength);
   out.floats("MU", mu).floats("SD", sd);
   out.matrices("WeightLinear", linear).matrices("WeightNonLinear", nonLinear);
   out.lists("BaesLinear", linearBias).lists("BaesNonLinear", nonLinearBias);
-  if (kind == 0 || kind == 5) out.matrices("WeightGRU", gru).lists("BaesGRU", gruBias);
-  if (kind == 0) {
+  if (traits().network == NetworkKind::kRecurrent) {
+    out.matrices("WeightGRU", gru).lists("BaesGRU", gruBias);
+  }
+  if (isDetector(traits())) {
     if (!minMax.empty()) out.floats("Test_MINMAX", minMax).floats("Test_BestF1", bestF1);
     return out;
   }
   out.integer("Step", step).integer("FiltrBegin", begin).integer("FiltrEnd", end);
   out.integer("PreviewFrames", preview).integer("CoefficientNumber", bins);
-  if (kind <= 2) {
+  if (traits().averagesNoise) {
     out.integer("NATFrameCount", nat);
     out.lists("HeadenMultiplier", multiplier).lists("HeadenReducer", reducer);
   }

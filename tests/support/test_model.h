@@ -5,11 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "noise_canceller/cleaner_versions.h"
 #include "tests/support/weight_builder.h"
 
 namespace orvel_test {
 
 using Keys = std::map<std::string, std::string>;  // tuning keys of one control file
+using CleanerTraits = ORVEL::NOISE_CANCELLER::CleanerTraits;
 
 struct TestModel {
   std::string version;
@@ -19,8 +21,10 @@ struct TestModel {
   std::vector<Floats> linearBias, nonLinearBias, gruBias, multiplier, reducer;
   Floats minMax, bestF1;  // voice activity only; empty: not stored
 
-  // Which generation of noise cleaner, 1 to 5; 0 for voice activity.
-  int generation() const { return version.rfind("VAD", 0) == 0 ? 0 : version.back() - '0'; }
+  // What the library says about the version, which it must know.
+  const CleanerTraits& traits() const;
+  // Which generation of noise cleaner, from 1; 0 for voice activity.
+  int generation() const;
   int band() const { return end - begin; }
   WeightBuilder weights() const;
 };
@@ -36,8 +40,8 @@ struct Shape {
   int preview = 3;
   int nat = 4;
   std::vector<int> hidden = {12, 12};
-  int compress = 0;    // compression rate of generations 4 and 5
-  int gateWidth = 12;  // generation 5 and voice activity: width of the gate, 1 or hidden[0]
+  int compress = -1;   // compression rate of the bands; negative: the version's own
+  int gateWidth = 12;  // recurrent networks: width of the gate, 1 or hidden[0]
   unsigned seed = 1;
 };
 
@@ -54,8 +58,5 @@ inline TestModel makeAllPass(int rate, int frameMs = 32) {
 // A voice-activity set of 240 samples a frame (8 or 16 kHz).
 TestModel makeVadModel(int rate = 8000, bool calibrated = true, int gateWidth = 10,
                        unsigned seed = 5);
-
-// Values left after compressing n bands at a rate for which the bands end at n.
-int compressedSize(int n, int compress);
 
 }  // namespace orvel_test

@@ -1,0 +1,85 @@
+// The table of tuning keys: what is read, checked and printed, against the plain reference; and what
+// the table says to users.
+#include "noise_canceller/tuning_key_table.h"
+
+#include "tests/reference/settings.h"
+#include "tests/support/sdk.h"
+#include "tests/support/versions.h"
+
+namespace orvel_test {
+namespace {
+
+using ORVEL::NOISE_CANCELLER::acceptedValues;
+using ORVEL::NOISE_CANCELLER::findTuningKey;
+using ORVEL::NOISE_CANCELLER::fullName;
+using ORVEL::NOISE_CANCELLER::Key;
+using ORVEL::NOISE_CANCELLER::KeyKind;
+using ORVEL::NOISE_CANCELLER::TuningKey;
+using ORVEL::NOISE_CANCELLER::tuningKey;
+using ORVEL::NOISE_CANCELLER::tuningKeys;
+
+// Every number of every version at values around all bounds, with all switches on and off.
+TEST(TuningKeys, NumbersOutOfRangeAreWarnedOfInOrder) {
+  for (const CleanerTraits* version : noiseCleaners()) {
+    const TestModel model = makeModel({.version = version->version});
+    Sdk sdk;
+    size_t warned = 0;
+    for (const bool on : {true, false}) {
+      for (const char* value : {"-1", "0", "1e-9", "0.9", "1", "1.1", "199.9", "200", "1000",
+                                "1000.5", "1001", "32768", "32769", "nan", "x"}) {
+        Keys keys;
+        for (const TuningKey& key : tuningKeys()) {
+          if (!key.isReadBy(*version) || key.kind == KeyKind::kWhole) continue;
+          const bool isSwitch = key.kind == KeyKind::kSwitch && key.key != Key::kClipFix;
+          if (key.kind == KeyKind::kReal || key.kind == KeyKind::kNumber || isSwitch) {
+            keys[fullName(key, *version)] = !isSwitch ? value : on ? "TRUE" : "FALSE";
+          }
+        }
+        const std::string name = std::string(value) + (on ? " on" : " off");
+        ASSERT_EQ(sdk.load(name, model, keys), 0);
+        Capture capture;
+        ASSERT_NE(Orv_NC_CreateSession(16000, 16000, 10, name.c_str()), nullptr);
+        const std::string expected = Settings(model.generation(), keys).printed;
+        EXPECT_EQ(capture.out(), expected) << version->version << ' ' << name;
+        warned += expected.empty() ? 0 : 1;
+      }
+    }
+    EXPECT_GT(warned, 10U);
+  }
+}
+
+TEST(TuningKeys, AreFoundByTheirFullNamesOnly) {
+  for (const TuningKey& key : tuningKeys()) {
+    for (const CleanerTraits* version : cleanerVersions()) {
+      const std::string name = key.stem + std::string(version->keySuffix);
+      const bool isShared = *key.sharedSuffix != '\0' && name.ends_with(key.sharedSuffix);
+      const bool isOwn = key.isReadBy(*version) && *key.sharedSuffix == '\0';
+      // The detector's suffix is that of the first cleaner.
+      const bool isSecond = name.ends_with("_v0_0_1") && !isOwn;
+      if (!isSecond) {
+        EXPECT_EQ(findTuningKey(name), isOwn || isShared ? &key : nullptr) << name;
+      }
+    }
+    EXPECT_EQ(findTuningKey(key.stem), nullptr);
+  }
+  EXPECT_EQ(findTuningKey("ORVEL_SMOOT_COEF_v0_0_9"), nullptr);
+}
+
+TEST(TuningKeys, SayWhatTheyAccept) {
+  const std::pair<Key, const char*> rows[] = {
+      {Key::kSmoothing, "0 < x <= 1, default 1"},
+      {Key::kRescale, "TRUE or off, default TRUE"},
+      {Key::kWindowAfterKind,
+       "TRIANGL or HAMMING, default TRIANGL; read only with ORVEL_ENABLE_WINDOW_AFTER on"},
+      {Key::kClipFixPoint,
+       "1 to 32768, default 25000; whole in versions 0.0.1, 0.0.2; read only with "
+       "ORVEL_ENABLE_CLIP_FIX on in versions 0.0.1, 0.0.2"},
+      {Key::kVolumeUpPercent, "0 < x < 200, default none; read only with ORVEL_VOLUME_UP on"},
+      {Key::kCompressRate, "a whole number, default 1 in version 0.0.4, 2 in version 0.0.5"},
+  };
+  for (const auto& [key, text] : rows)
+    EXPECT_EQ(acceptedValues(tuningKey(key)), text);
+}
+
+}  // namespace
+}  // namespace orvel_test
