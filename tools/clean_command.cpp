@@ -1,80 +1,117 @@
-#include "tools/clean_command.h"
-
 #include <algorithm>
-#include <array>
-#include <atomic>
-#include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <optional>
-#include <thread>
-#include <utility>
+#include <set>
+#include <system_error>
 
-#include "tools/engine.h"
+#include "tools/aligned_cleaner.h"
+#include "tools/batch.h"
+#include "tools/commands.h"
+#include "tools/format_text.h"
 #include "tools/interrupt.h"
-#include "tools/model_catalog.h"
-#include "tools/open_source.h"
-#include "tools/progress.h"
-#include "tools/raw_io.h"
-#include "tools/sound_file.h"
-#include "tools/sound_format.h"
-#include "tools/stream_cleaner.h"
 
 namespace ORVEL::TOOLS {
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr std::size_t kBlockFrames = 4096;
+
+// One input and where its cleaned form goes.
+struct Job {
+  std::string input;
+  std::string output;
+};
 
 struct Context {
   const CleanOptions& options;
-  const StandardOutput& standardOutput;
+  const ModelSet& models;
   Console& console;
-  Engine& engine;
   Progress& progress;
 };
 
-std::unique_ptr<AudioSink> openSink(const std::string& path, const AudioSource& source,
-                                    const Context& context) {
-  const RawOptions& raw = context.options.raw;
-  if (path == kStream) {
-    return std::make_unique<RawWriter>(context.standardOutput.descriptor(), "standard output",
-                                       rawFormat(raw.format));
+[[noreturn]] void refuse(const std::string& reason) { throw ToolError(ExitCode::kUsage, reason); }
+
+std::vector<Job> intoDirectory(const std::vector<std::string>& inputs, const fs::path& directory) {
+  std::vector<Job> jobs;
+  std::set<fs::path> outputs;
+  for (const std::string& input : inputs) {
+    if (isStream(input)) {
+      refuse("'" + input + "' cannot be written into a directory: name an output file");
+    }
+    const fs::path output = directory / fs::path(input).filename();
+    if (!outputs.insert(output).second) {
+      refuse("two inputs would both become '" + output.string() + "'");
+    }
+    jobs.push_back({input, output.string()});
   }
-  const auto* file = dynamic_cast<const SoundFileReader*>(&source);
-  const int like =
-      file != nullptr ? file->format() : SF_FORMAT_WAV | soundFileEncoding(rawFormat(raw.format));
-  const AudioSpec spec = source.spec();
-  auto writer = std::make_unique<SoundFileWriter>(
-      path, outputFormat(like, path, spec, source.claimedFrames().value_or(0)), spec,
-      context.options.force);
-  if (file != nullptr) writer->copyDescription(*file);
-  return writer;
+  return jobs;
 }
 
-std::string describe(const CleanJob& job, const AudioSpec& spec, const StreamCleaner& cleaner) {
-  std::array<char, 160> text{};
-  std::snprintf(text.data(), text.size(),
-                ": %d Hz, %d channel%s, cleaned at %d Hz, lag of %.2f samples taken out",
-                spec.sampleRate, spec.channels, spec.channels == 1 ? "" : "s",
-                cleaner.sessionRate(),
-                cleaner.sessionDelay().samples + cleaner.sessionDelay().fraction);
-  return job.input + text.data();
+std::vector<Job> withoutOutDirectory(std::vector<std::string> inputs) {
+  if (inputs.size() < 2) {
+    refuse("an input and an output are needed: orvel clean IN OUT");
+  }
+  const std::string output = inputs.back();
+  inputs.pop_back();
+  std::error_code ignored;
+  if (fs::is_directory(output, ignored)) {
+    return intoDirectory(inputs, output);
+  }
+  if (inputs.size() > 1) {
+    refuse("several inputs need a directory for the outputs: '" + output + "' is none");
+  }
+  return {{inputs.front(), output}};
 }
 
-void run(const CleanJob& job, const Context& context) {
-  const auto source = openSource(job.input, context.options.raw);
+// Pairs inputs with outputs; creates the directory of --out-dir.
+std::vector<Job> pairJobs(const CleanOptions& options) {
+  auto jobs = options.outDirectory ? intoDirectory(options.paths, *options.outDirectory)
+                                   : withoutOutDirectory(options.paths);
+  for (const Job& job : jobs) {
+    std::error_code ignored;
+    if (!isStream(job.input) && fs::equivalent(job.input, job.output, ignored)) {
+      refuse(job.input + ": is input and output at once");
+    }
+  }
+  std::error_code error;
+  if (options.outDirectory && !fs::create_directories(*options.outDirectory, error) &&
+      !fs::is_directory(*options.outDirectory)) {
+    throw ToolError(ExitCode::kOutput,
+                    "--out-dir: cannot create '" + *options.outDirectory +
+                        "': " + (error ? error.message() : "it is not a directory"));
+  }
+  return jobs;
+}
+
+std::string describe(const Job& job, const AudioSpec& spec, const orvel::Model& model,
+                     const AlignedCleaner& cleaner) {
+  return job.input + formatText(
+                         ": %d Hz, %d channel%s, cleaned by %s (%d Hz) at %d Hz, lag of %.2f "
+                         "samples taken out",
+                         spec.sampleRate, spec.channels, spec.channels == 1 ? "" : "s",
+                         model.name.c_str(), model.sampleRate, cleaner.sessionRate(),
+                         cleaner.lag());
+}
+
+ExitCode run(const Job& job, const Context& context) {
+  const auto source = openSource(job.input, context.options.stream);
   const AudioSpec spec = source->spec();
-  const auto sink = openSink(job.output, *source, context);
+  const auto sink = openSink(job.output, *source, context.options.stream, context.options.force);
   const auto channels = static_cast<std::size_t>(spec.channels);
 
   std::vector<float> input(kBlockFrames * channels);
   std::vector<float> output;
   // Opened at the first samples: a file that claims channels and holds no audio costs nothing.
-  std::optional<StreamCleaner> cleaner;
+  std::optional<AlignedCleaner> cleaner;
   while (const std::size_t frames = source->read(input)) {
     throwIfInterrupted();
     if (!cleaner) {
-      cleaner.emplace(context.engine, spec, context.options.attenuationLimitDb);
-      context.console.detail(describe(job, spec, *cleaner));
+      const orvel::Model& model = context.models.forRate(spec.sampleRate);
+      cleaner.emplace(context.models.library(),
+                      CleanerSetup{spec, model.name, context.options.attenuationLimitDb});
+      context.console.detail(describe(job, spec, model, *cleaner));
     }
     output.clear();
     cleaner->push(std::span(input).first(frames * channels), output);
@@ -82,56 +119,40 @@ void run(const CleanJob& job, const Context& context) {
     context.progress.add(static_cast<double>(frames) / spec.sampleRate);
   }
   throwIfInterrupted();
+  const std::string shortfall = source->shortfall();
+  if (!shortfall.empty() && !cleaner) {
+    throw ToolError(ExitCode::kInput, source->name() + ": " + shortfall);
+  }
   output.clear();
-  if (cleaner) cleaner->finish(output);
+  if (cleaner) {
+    cleaner->finish(output);
+  }
   sink->write(output);
   sink->commit();
-  if (const auto* raw = dynamic_cast<const RawReader*>(source.get()); raw && raw->leftover() > 0) {
-    context.console.warning(job.input + ": " + std::to_string(raw->leftover()) +
-                            " bytes at the end made no whole sample and were dropped");
+  if (const std::string remark = source->remark(); !remark.empty()) {
+    context.console.warning(source->name() + ": " + remark);
   }
-}
-
-// Runs one job; an error is shown and its exit code given back.
-ExitCode runReported(const CleanJob& job, const Context& context) {
-  try {
-    run(job, context);
-    return ExitCode::ok;
-  } catch (const ToolError& error) {
-    if (error.code() != ExitCode::interrupted) context.console.error(error.what());
-    return error.code();
-  } catch (const std::exception& error) {
-    context.console.error(job.input + ": " + error.what());
-    return ExitCode::internal;
+  if (!shortfall.empty()) {
+    context.console.error(source->name() + ": " + shortfall + "; cleaned what there is");
+    return ExitCode::kInput;
   }
-}
-
-std::vector<ExitCode> runAll(const std::vector<CleanJob>& jobs, const Context& context) {
-  std::vector<ExitCode> codes(jobs.size(), ExitCode::interrupted);
-  std::atomic<std::size_t> next{0};
-  const auto work = [&] {
-    for (std::size_t i = next++; i < jobs.size() && !interrupted(); i = next++) {
-      codes[i] = runReported(jobs[i], context);
-    }
-  };
-  const std::size_t workers =
-      std::min(jobs.size(), static_cast<std::size_t>(std::max(context.options.jobs, 1)));
-  std::vector<std::jthread> threads;
-  for (std::size_t i = 1; i < workers; ++i)
-    threads.emplace_back(work);
-  work();
-  threads.clear();
-  return codes;
+  return ExitCode::kOk;
 }
 
 // Seconds of audio in all inputs, as far as their headers tell without being read.
-std::optional<double> totalSeconds(const std::vector<CleanJob>& jobs) {
+std::optional<double> totalSeconds(const std::vector<Job>& jobs, const StreamOptions& options) {
   double total = 0.0;
-  for (const CleanJob& job : jobs) {
-    if (job.input == kStream) return std::nullopt;
+  for (const Job& job : jobs) {
+    if (isStream(job.input)) {
+      return std::nullopt;
+    }
     try {
-      const SoundFileReader reader(job.input);
-      total += static_cast<double>(*reader.claimedFrames()) / reader.spec().sampleRate;
+      const auto source = openSource(job.input, options);
+      const auto frames = source->claimedFrames();
+      if (!frames) {
+        return std::nullopt;
+      }
+      total += static_cast<double>(*frames) / source->spec().sampleRate;
     } catch (const ToolError&) {
       continue;  // reported when its turn comes
     }
@@ -141,31 +162,25 @@ std::optional<double> totalSeconds(const std::vector<CleanJob>& jobs) {
 
 }  // namespace
 
-ExitCode clean(const CleanOptions& options, const StandardOutput& standardOutput,
-               Console& console) {
-  const std::vector<CleanJob> jobs = pairJobs(options);
-  std::vector<Setting> settings;
-  for (const std::string& argument : options.model.settings)
-    settings.push_back(parseSetting(argument));
-  Engine engine(chooseModels(options.model.model, options.model.directory, ModelKind::noise),
-                settings, console);
+ExitCode clean(const CleanOptions& options, Console& console) {
+  const std::vector<Job> jobs = pairJobs(options);
+  const ModelSet models(options.model, orvel::ModelKind::noiseCleaning, console);
   const std::string label = jobs.size() == 1 ? "cleaning " + jobs.front().input
                                              : "cleaning " + std::to_string(jobs.size()) + " files";
-  Progress progress(console, label, console.terminal() ? totalSeconds(jobs) : std::nullopt);
-  const std::vector<ExitCode> codes =
-      runAll(jobs, {options, standardOutput, console, engine, progress});
-  const std::string summary = progress.summary();
-  console.status("");
-  if (interrupted()) throw ToolError(ExitCode::interrupted, "interrupted");
-
-  const auto failed =
-      codes.size() - static_cast<std::size_t>(std::count(codes.begin(), codes.end(), ExitCode::ok));
-  if (failed == 0 && (console.terminal() || console.verbose())) console.text("cleaned " + summary);
-  if (jobs.size() == 1) return codes.front();
-  if (failed > 0) {
-    console.error(std::to_string(failed) + " of " + std::to_string(jobs.size()) + " inputs failed");
+  Progress progress(console, label,
+                    console.showsStatus() ? totalSeconds(jobs, options.stream) : std::nullopt);
+  std::vector<std::string> names;
+  names.reserve(jobs.size());
+  for (const Job& job : jobs) {
+    names.push_back(job.input);
   }
-  return failed > 0 ? ExitCode::someFailed : ExitCode::ok;
+  const Context context{options, models, console, progress};
+  const ExitCode code =
+      runBatch(names, options.jobs, console, [&](std::size_t i) { return run(jobs[i], context); });
+  if (code == ExitCode::kOk) {
+    console.summary("cleaned " + progress.summary());
+  }
+  return code;
 }
 
 }  // namespace ORVEL::TOOLS

@@ -3,13 +3,37 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <utility>
 
-#include "tools/standard_output.h"
+#include "tools/format_text.h"
 
 namespace ORVEL::TOOLS {
+namespace {
 
-Console::Console(bool verbose) : verbose_(verbose), terminal_(::isatty(STDERR_FILENO) == 1) {}
+using Clock = std::chrono::steady_clock;
+
+std::string speed(double audio, double wall) {
+  const double ratio = wall > 0.0 ? audio / wall : 0.0;
+  return formatText(ratio < 100.0 ? "%.1f x real time" : "%.0f x real time", ratio);
+}
+
+// "0:07", "12:30", "3:05:00"
+std::string clock(double seconds) {
+  constexpr double kMost = 359999.0;  // 99:59:59
+  const int all = static_cast<int>(std::min(std::round(seconds), kMost));
+  const int hours = all / 3600;
+  return hours > 0 ? formatText("%d:%02d:%02d", hours, all / 60 % 60, all % 60)
+                   : formatText("%d:%02d", all / 60, all % 60);
+}
+
+}  // namespace
+
+Console::Console(Verbosity verbosity)
+    : verbosity_(verbosity),
+      showsStatus_(verbosity != Verbosity::kQuiet && ::isatty(STDERR_FILENO) == 1) {}
 
 Console::~Console() { status(""); }
 
@@ -19,20 +43,36 @@ int Console::columns() const noexcept {
   return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
 }
 
-void Console::error(const std::string& text) { print("orvel: " + text); }
-
-void Console::warning(const std::string& text) { print("orvel: warning: " + text); }
-
-void Console::detail(const std::string& text) {
-  if (verbose_) print("orvel: " + text);
+void Console::error(const std::string& text) {
+  const std::lock_guard lock(mutex_);
+  print("orvel: " + text);
 }
 
-void Console::text(const std::string& text) {
-  if (!text.empty()) print(text.back() == '\n' ? text.substr(0, text.size() - 1) : text);
+void Console::warning(const std::string& text) {
+  const std::lock_guard lock(mutex_);
+  if (verbosity_ != Verbosity::kQuiet && warnings_.insert(text).second) {
+    print("orvel: warning: " + text);
+  }
+}
+
+void Console::detail(const std::string& text) {
+  const std::lock_guard lock(mutex_);
+  if (verbose()) {
+    print("orvel: " + text);
+  }
+}
+
+void Console::summary(const std::string& text) {
+  const std::lock_guard lock(mutex_);
+  if (showsStatus_ || verbose()) {
+    print(text);
+  }
 }
 
 void Console::status(const std::string& line) {
-  if (!terminal_) return;
+  if (!showsStatus_) {
+    return;
+  }
   const std::lock_guard lock(mutex_);
   clearStatus();
   if (!line.empty()) {
@@ -42,21 +82,77 @@ void Console::status(const std::string& line) {
   }
 }
 
-std::string Console::capture(const std::function<void()>& work) {
-  const std::lock_guard lock(mutex_);
-  return capturePrinted(work);
-}
-
 void Console::print(const std::string& line) {
-  const std::lock_guard lock(mutex_);
   clearStatus();
   std::fprintf(stderr, "%s\n", line.c_str());
 }
 
 void Console::clearStatus() {
-  if (!statusShown_) return;
-  std::fputs("\r\033[K", stderr);
-  statusShown_ = false;
+  if (statusShown_) {
+    std::fputs("\r\033[K", stderr);
+    statusShown_ = false;
+  }
+}
+
+std::string progressText(double doneSeconds, std::optional<double> totalSeconds,
+                         double wallSeconds) {
+  if (!totalSeconds || *totalSeconds <= 0.0) {
+    return formatText("%.1f s  ", doneSeconds) + speed(doneSeconds, wallSeconds);
+  }
+  constexpr int kCells = 30;
+  // A header may claim any length: the bar never runs over.
+  const double share = std::clamp(doneSeconds / *totalSeconds, 0.0, 1.0);
+  const auto filled = static_cast<std::size_t>(share * kCells);
+  std::string line(1, '[');
+  line.append(filled, '#').append(kCells - filled, '.').append("]");
+  line += formatText(" %3.0f%%  ", std::floor(share * 100.0)) + speed(doneSeconds, wallSeconds);
+  if (share > 0.0 && share < 1.0) {
+    line += "  " + clock(wallSeconds * (1.0 - share) / share) + " left";
+  }
+  return line;
+}
+
+Progress::Progress(Console& console, std::string label, std::optional<double> totalSeconds)
+    : console_(console),
+      label_(std::move(label)),
+      total_(totalSeconds),
+      start_(Clock::now()),
+      lastDrawn_(start_) {}
+
+Progress::~Progress() { console_.status(""); }
+
+void Progress::add(double seconds) {
+  microseconds_ += std::llround(seconds * 1e6);
+  if (console_.showsStatus()) {
+    draw();
+  }
+}
+
+std::string Progress::summary() const {
+  return formatText("%.1f s of audio in %.2f s (", audioSeconds(), wallSeconds()) +
+         speed(audioSeconds(), wallSeconds()) + ")";
+}
+
+double Progress::audioSeconds() const noexcept { return static_cast<double>(microseconds_) * 1e-6; }
+
+double Progress::wallSeconds() const noexcept {
+  return std::chrono::duration<double>(Clock::now() - start_).count();
+}
+
+void Progress::draw() {
+  const std::unique_lock lock(drawing_, std::try_to_lock);
+  constexpr auto kInterval = std::chrono::milliseconds(100);
+  const auto now = Clock::now();
+  if (!lock || now - lastDrawn_ < kInterval) {
+    return;
+  }
+  lastDrawn_ = now;
+  std::string line = label_ + "  " + progressText(audioSeconds(), total_, wallSeconds());
+  const auto width = static_cast<std::size_t>(std::max(console_.columns() - 1, 1));
+  if (line.size() > width) {
+    line.erase(0, line.size() - width);
+  }
+  console_.status(line);
 }
 
 }  // namespace ORVEL::TOOLS

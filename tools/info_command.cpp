@@ -1,135 +1,106 @@
-#include "tools/info_command.h"
-
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "orvel/orv_sdk_ext.h"
-#include "tools/control_override.h"
-#include "tools/engine.h"
-#include "tools/model_catalog.h"
+#include "noise_canceller/tuning_key_table.h"
+#include "tools/commands.h"
+#include "tools/descriptor.h"
+#include "tools/format_text.h"
 #include "tools/model_report.h"
-#include "tools/tuning_keys.h"
 
 namespace ORVEL::TOOLS {
 namespace {
 
 namespace fs = std::filesystem;
 
-// What the library itself says about the model: its latency, or why it refuses it.
-struct SessionReport {
-  std::optional<std::uint32_t> latency;
-  std::string refusal;
-};
-
-bool isVoiceActivity(const ModelReport& model) {
-  return model.version.find("VAD") != std::string::npos;
-}
-
-ModelSet loadable(const ModelReport& model, const PrivateDirectory& scratch) {
-  if (!model.controlFile.empty()) {
-    const fs::path directory = fs::absolute(model.controlFile).parent_path();
-    return {directory, {model.controlFile.filename().string()}, false};
-  }
-  const fs::path directory = fs::canonical(fs::absolute(model.weightFile).parent_path());
-  const fs::path control = fs::canonical(scratch.path()) / "weights-only.ctl";
-  std::ofstream(control) << "WEIGHT " << model.weightFile.filename().string() << '\n';
-  return {directory, {fs::relative(control, directory).string()}, false};
-}
-
-SessionReport trySession(const ModelReport& model, Console& console) {
-  SessionReport report;
-  try {
-    const PrivateDirectory scratch;
-    Engine engine(loadable(model, scratch), {}, console);
-    if (isVoiceActivity(model)) {
-      engine.openVoiceSession();
-    } else {
-      const auto sessions = engine.openNoiseSessions(model.sampleRate, 1);
-      std::uint32_t latency = 0;
-      if (Orv_NC_GetLatency(sessions.front().handle(), &latency) == 0) report.latency = latency;
-    }
-  } catch (const ToolError& error) {
-    report.refusal = error.what();
-  }
-  return report;
-}
-
-std::string latencyText(const ModelReport& model, const SessionReport& session) {
-  if (!session.refusal.empty()) return "usable        no: " + session.refusal + "\n";
-  if (!session.latency) return "usable        yes\n";
-  std::array<char, 96> text{};
-  std::snprintf(text.data(), text.size(), "latency       %u samples (%.4g ms) with %d ms frames\n",
-                *session.latency, *session.latency * 1000.0 / model.sampleRate, kFrameMs);
-  return text.data();
+// Names in files need not be UTF-8; the document has to be.
+void printJson(const nlohmann::json& document) {
+  print(document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
 }
 
 }  // namespace
 
-ExitCode info(const std::string& file, bool json, const StandardOutput& standardOutput,
+ExitCode info(const std::string& model, const std::optional<std::string>& directory, bool json,
               Console& console) {
-  const ModelReport model = reportModel(file);
-  const SessionReport session = trySession(model, console);
+  // A weight file is named as it is; control files and names as --model takes them.
+  const bool isFile = fs::is_regular_file(model) || model.find('/') != std::string::npos ||
+                      fs::path(model).extension() == ".bin";
+  const ModelReport report = reportModel(isFile ? fs::path(model) : findModel(model, directory));
   if (json) {
-    nlohmann::json document = toJson(model);
-    document["usable"] = session.refusal.empty();
-    if (!session.refusal.empty()) document["refusal"] = session.refusal;
-    if (session.latency) document["latency"] = *session.latency;
-    standardOutput.write(document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) +
-                         "\n");
+    printJson(toJson(report));
   } else {
-    std::string text = toText(model);
-    text.insert(text.find("parameters "), latencyText(model, session));
-    standardOutput.write(text);
+    print(toText(report));
   }
-  return session.refusal.empty() ? ExitCode::ok : ExitCode::model;
+  if (!report.model) {
+    console.error(model + ": the library does not take it: " + report.refusal);
+    return ExitCode::kModel;
+  }
+  return ExitCode::kOk;
 }
 
-ExitCode listModels(const std::optional<std::string>& directory, bool json,
-                    const StandardOutput& standardOutput, Console& console) {
+ExitCode listModels(const std::optional<std::string>& directory, bool json, Console& console) {
   const fs::path folder = findModelDirectory(directory);
-  ExitCode code = ExitCode::ok;
+  ExitCode code = ExitCode::kOk;
   nlohmann::json list = nlohmann::json::array();
   std::string text = folder.string() + "\n";
-  for (const std::string& file : controlFilesIn(folder)) {
+  orvel::Library library({}, messagesTo(console));
+  for (const fs::path& file : controlFilesIn(folder)) {
     try {
-      const ModelReport model = reportModel(folder / file);
-      const std::string name = fs::path(file).stem().string();
-      std::array<char, 160> line{};
-      std::snprintf(line.data(), line.size(), "  %-20s %-10s %6d Hz %9llu parameters\n",
-                    name.c_str(), model.version.c_str(), model.sampleRate,
-                    static_cast<unsigned long long>(model.parameters));
-      text += line.data();
-      list.push_back({{"name", name},
+      const orvel::Model model = loadModel(library, file, {});
+      const bool cleans = model.kind == orvel::ModelKind::noiseCleaning;
+      text += formatText("  %-20s %-10s %6d Hz %9llu weights  %s\n", model.name.c_str(),
+                         model.version.c_str(), model.sampleRate,
+                         static_cast<unsigned long long>(model.weights),
+                         cleans ? "cleaning" : "voice activity");
+      list.push_back({{"name", model.name},
+                      {"kind", cleans ? "cleaning" : "voice activity"},
                       {"version", model.version},
                       {"sample_rate", model.sampleRate},
-                      {"parameters", model.parameters}});
+                      {"weights", model.weights}});
     } catch (const ToolError& error) {
       console.error(error.what());
       code = error.code();
     }
   }
-  standardOutput.write(
-      json ? list.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n" : text);
+  if (json) {
+    printJson(list);
+  } else {
+    print(text);
+  }
   return code;
 }
 
-ExitCode listKeys(bool json, const StandardOutput& standardOutput) {
+ExitCode listKeys(bool json) {
   nlohmann::json list = nlohmann::json::array();
   std::string text;
-  for (const TuningKey& key : tuningKeys()) {
+  for (const NOISE_CANCELLER::TuningKey& key : NOISE_CANCELLER::tuningKeys()) {
+    nlohmann::json names = nlohmann::json::array();
+    nlohmann::json versions = nlohmann::json::array();
+    std::string joined;
+    for (const NOISE_CANCELLER::CleanerTraits* version : NOISE_CANCELLER::readersOf(key)) {
+      const std::string name = NOISE_CANCELLER::fullName(key, *version);
+      versions.push_back(version->version);
+      if (std::find(names.begin(), names.end(), name) == names.end()) {
+        names.push_back(name);
+        joined.append(" ").append(name, std::string(key.stem).size());
+      }
+    }
+    const std::string values = NOISE_CANCELLER::acceptedValues(key);
     list.push_back({{"stem", key.stem},
-                    {"suffixes", key.suffixes},
-                    {"values", key.values},
+                    {"names", names},
+                    {"versions", versions},
+                    {"values", values},
+                    {"unit", key.unit},
                     {"meaning", key.meaning}});
-    text += std::string(key.stem) + "  " + key.suffixes + "\n    " + key.values + "\n    " +
-            key.meaning + "\n";
+    text.append(key.stem).append(" ").append(joined).append("\n    ");
+    text.append(values).append("\n    ").append(key.meaning).append("\n");
   }
-  standardOutput.write(json ? list.dump(2) + "\n" : text);
-  return ExitCode::ok;
+  if (json) {
+    printJson(list);
+  } else {
+    print(text);
+  }
+  return ExitCode::kOk;
 }
 
 }  // namespace ORVEL::TOOLS

@@ -1,5 +1,7 @@
 #include "tools/interrupt.h"
 
+#include <unistd.h>
+
 #include <atomic>
 #include <csignal>
 
@@ -21,15 +23,25 @@ void watchSignals() {
   // No SA_RESTART: a blocking read has to come back. SA_RESETHAND: the second signal ends it.
   action.sa_flags = static_cast<int>(SA_RESETHAND);
   sigemptyset(&action.sa_mask);
-  for (int number : {SIGINT, SIGTERM, SIGHUP})
+  for (int number : {SIGINT, SIGTERM, SIGHUP}) {
     sigaction(number, &action, nullptr);
+  }
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
 }
 
 bool interrupted() noexcept { return signalSeen.load(); }
 
 void throwIfInterrupted() {
-  if (interrupted()) throw ToolError(ExitCode::interrupted, "interrupted");
+  if (interrupted()) {
+    throw ToolError(ExitCode::kInterrupted, "interrupted");
+  }
+}
+
+void endByClosedPipe() {
+  std::signal(SIGPIPE, SIG_DFL);
+  std::raise(SIGPIPE);
+  ::_exit(static_cast<int>(ExitCode::kOutput));  // where SIGPIPE is blocked
 }
 
 }  // namespace ORVEL::TOOLS

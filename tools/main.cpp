@@ -1,57 +1,79 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <exception>
 #include <string>
+#include <vector>
 
-#include "orvel_version.h"
-#include "tools/clean_command.h"
-#include "tools/console.h"
-#include "tools/info_command.h"
+#include "orvel/orv_version.h"
+#include "tools/commands.h"
+#include "tools/descriptor.h"
 #include "tools/interrupt.h"
-#include "tools/raw_io.h"
-#include "tools/standard_output.h"
-#include "tools/vad_command.h"
+#include "tools/sample_format.h"
 
 namespace {
 
 using namespace ORVEL::TOOLS;
 
 constexpr const char* kFooter =
-    R"(Models are looked for in --model-dir, else in $ORVEL_MODEL_DIR, else in
-../share/orvel/models beside the program's directory, else in a models/ folder above it.
-
-Exit codes:
+    R"(Exit codes:
   0    everything done
   1    unexpected failure inside the program
   2    wrong command line
-  3    an input cannot be read
-  4    an output cannot be written (or exists already)
+  3    an input cannot be read, or ends early (what there is was worked on)
+  4    an output cannot be written, or exists already
   5    a model cannot be loaded or used
   6    several inputs, and at least one of them failed
-  130  interrupted
+  130  interrupted)";
 
-Examples:
+constexpr const char* kCleanFooter =
+    R"(Examples:
   orvel clean talk.wav talk-clean.wav
   orvel clean --out-dir cleaned --jobs 2 *.flac
   orvel clean --attenuation-limit 12 --set ORVEL_SMOOT_COEF_v0_0_5=0.8 in.wav out.wav
-  arecord -t raw -f S16_LE -r 48000 | orvel clean --rate 48000 - - | aplay -t raw -f S16_LE -r 48000
-  orvel vad --json meeting.ogg
-  orvel info models/orvel-16k.ctl)";
+  ffmpeg -i call.m4a -f wav - | orvel clean - call.flac
+  arecord -t raw -f S16_LE -r 48000 | orvel clean --rate 48000 - - | aplay -t raw -f S16_LE -r 48000)";
+
+constexpr const char* kVadFooter =
+    R"(Examples:
+  orvel vad meeting.ogg
+  orvel vad --json --min-silence 500 meeting.ogg
+  orvel vad --rttm --jobs 2 *.wav > speech.rttm)";
+
+constexpr const char* kModelPlaces =
+    "Folder of the models; default: $ORVEL_MODEL_DIR, else ../share/orvel/models beside the "
+    "program's folder, else a models/ folder above it";
 
 struct Options {
   CleanOptions clean;
   VadOptions vad;
-  std::string infoFile;
+  std::string model;
+  std::optional<std::string> directory;
   bool json = false;
   bool csv = false;
   bool labels = false;
+  bool rttm = false;
   bool verbose = false;
+  bool quiet = false;
 };
+
+// Beside the numbers out of the range this refuses NaN, which CLI::Range lets pass.
+CLI::Validator within(double least, double most) {
+  const std::string range = CLI::detail::to_string(least) + " to " + CLI::detail::to_string(most);
+  return {[least, most, range](std::string& text) {
+            double value = 0.0;
+            const bool good =
+                CLI::detail::lexical_cast(text, value) && value >= least && value <= most;
+            return good ? std::string() : "'" + text + "' is not a number from " + range;
+          },
+          "(" + range + ")", "within"};
+}
 
 void addModelOptions(CLI::App& command, ModelOptions& options) {
   command.add_option("-m,--model", options.model,
-                     "A model's name, or a control file (*.ctl); default: chosen by sample rate");
-  command.add_option("--model-dir", options.directory, "Directory with the models");
+                     "A model's name, a control file (*.ctl), or 'auto' (chosen by sample rate, "
+                     "damaged ones passed over); default: chosen by sample rate");
+  command.add_option("--model-dir", options.directory, kModelPlaces);
   command
       .add_option("--set", options.settings,
                   "KEY=VALUE over the control file's tuning keys; may be repeated ('orvel keys')")
@@ -59,15 +81,20 @@ void addModelOptions(CLI::App& command, ModelOptions& options) {
       ->allow_extra_args(false);
 }
 
-void addRawOptions(CLI::App& command, RawOptions& options) {
-  constexpr int kMostChannels = 1024;
-  command.add_option("--rate", options.rate, "Sample rate of raw audio ('-'), Hz")
+void addStreamOptions(CLI::App& command, StreamOptions& options) {
+  command.add_option("--rate", options.rate, "Sample rate of samples without a header, Hz")
       ->check(CLI::Range(1000, 768000));
-  command.add_option("--channels", options.channels, "Channels of raw audio")
-      ->check(CLI::Range(1, kMostChannels))
+  command.add_option("--channels", options.channels, "Channels of samples without a header")
+      ->check(CLI::Range(1, 1024))
       ->capture_default_str();
-  command.add_option("--format", options.format, "Raw samples: s16le, s24le, s32le or f32le")
-      ->check(CLI::IsMember(kRawFormatNames))
+  command
+      .add_option("--format", options.format, "Samples without a header, in and out; default s16le")
+      ->check(CLI::IsMember(kSampleFormatNames));
+}
+
+void addJobs(CLI::App& command, int& jobs) {
+  command.add_option("-j,--jobs", jobs, "Inputs worked on at the same time")
+      ->check(CLI::Range(1, 256))
       ->capture_default_str();
 }
 
@@ -75,30 +102,40 @@ void addClean(CLI::App& app, Options& options) {
   CleanOptions& clean = options.clean;
   CLI::App* command =
       app.add_subcommand("clean", "Remove ambient noise: IN OUT, or IN... DIRECTORY");
-  command->add_option("paths", clean.paths, "Inputs, then the output; '-' is raw audio")
+  command->footer(kCleanFooter);
+  command
+      ->add_option("paths", clean.paths,
+                   "Inputs, then the output; '-' and pipes: WAV, or samples without a header")
       ->required();
   command->add_option("--out-dir", clean.outDirectory,
-                      "Write every input's cleaned form into this directory");
-  command->add_option("-j,--jobs", clean.jobs, "Inputs worked on at the same time")
-      ->check(CLI::Range(1, 256))
-      ->capture_default_str();
+                      "Write every input's cleaned form into this folder, created if needed");
+  addJobs(*command, clean.jobs);
   command->add_flag("-f,--force", clean.force, "Replace an existing output");
   command
       ->add_option("--attenuation-limit", clean.attenuationLimitDb,
                    "Lower nothing by more than this many decibels")
-      ->check(CLI::Range(0.0F, 1000.0F));
+      ->check(within(0.0, 1000.0));
+  command
+      ->add_option("--container", clean.stream.container,
+                   "What goes out on '-' and pipes; default raw")
+      ->check(CLI::IsMember({"raw", "wav"}));
   addModelOptions(*command, clean.model);
-  addRawOptions(*command, clean.raw);
+  addStreamOptions(*command, clean.stream);
 }
 
 void addVad(CLI::App& app, Options& options) {
   VadOptions& vad = options.vad;
   CLI::App* command = app.add_subcommand("vad", "List the stretches with speech");
-  command->add_option("input", vad.input, "A sound file, or '-' for raw audio")->required();
+  command->footer(kVadFooter);
+  command->add_option("inputs", vad.inputs, "Sound files; '-' and pipes as for clean")->required();
+  addJobs(*command, vad.jobs);
   command->add_option("--threshold", vad.segments.threshold, "Speech begins at this score")
+      ->check(within(0.0, 1.0))
       ->capture_default_str();
-  command->add_option("--neg-threshold", vad.segments.negativeThreshold,
-                      "Speech ends below this score; default: threshold - 0.15");
+  command
+      ->add_option("--neg-threshold", vad.segments.negativeThreshold,
+                   "Speech ends below this score; default: threshold - 0.05")
+      ->check(within(0.0, 1.0));
   const CLI::Range milliseconds(0, 3600000);
   command->add_option("--min-speech", vad.segments.minimumSpeechMs, "Drop shorter speech, ms")
       ->check(milliseconds)
@@ -112,71 +149,140 @@ void addVad(CLI::App& app, Options& options) {
   command->add_flag("--frames", vad.frames, "Print the score of every 10 ms instead of segments");
   CLI::Option* json = command->add_flag("--json", options.json, "Print JSON");
   CLI::Option* csv = command->add_flag("--csv", options.csv, "Print CSV")->excludes(json);
+  CLI::Option* rttm =
+      command->add_flag("--rttm", options.rttm, "Print RTTM")->excludes(json)->excludes(csv);
   command->add_flag("--labels", options.labels, "Print an Audacity label track")
       ->excludes(json)
-      ->excludes(csv);
+      ->excludes(csv)
+      ->excludes(rttm);
   addModelOptions(*command, vad.model);
-  addRawOptions(*command, vad.raw);
+  addStreamOptions(*command, vad.stream);
 }
 
 void addInfo(CLI::App& app, Options& options) {
   CLI::App* info = app.add_subcommand("info", "Show what a model or weight file holds");
-  info->add_option("file", options.infoFile, "A control file (*.ctl) or a weight file")->required();
-  info->add_flag("--json", options.json, "Print JSON");
+  info->add_option("model", options.model, "A model's name, a control file or a weight file")
+      ->required();
   CLI::App* models = app.add_subcommand("models", "List the installed models");
-  models->add_option("--model-dir", options.clean.model.directory, "Directory with the models");
-  models->add_flag("--json", options.json, "Print JSON");
   CLI::App* keys = app.add_subcommand("keys", "List the tuning keys that --set takes");
-  keys->add_flag("--json", options.json, "Print JSON");
+  for (CLI::App* command : {info, models}) {
+    command->add_option("--model-dir", options.directory, kModelPlaces);
+  }
+  for (CLI::App* command : {info, models, keys}) {
+    command->add_flag("--json", options.json, "Print JSON");
+  }
 }
 
-ExitCode run(const CLI::App& app, Options& options, const StandardOutput& output,
-             Console& console) {
-  if (app.got_subcommand("clean")) return clean(options.clean, output, console);
+std::size_t editDistance(const std::string& one, const std::string& other) {
+  std::vector<std::size_t> row(other.size() + 1);
+  for (std::size_t j = 0; j < row.size(); ++j) {
+    row[j] = j;
+  }
+  for (std::size_t i = 1; i <= one.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i);
+    for (std::size_t j = 1; j < row.size(); ++j) {
+      const std::size_t replaced = diagonal + (one[i - 1] == other[j - 1] ? 0 : 1);
+      diagonal = row[j];
+      row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
+    }
+  }
+  return row.back();
+}
+
+// The first word that is no option has to be a command.
+void requireCommand(const CLI::App& app, const std::vector<std::string>& words) {
+  const auto word = std::find_if(words.begin(), words.end(),
+                                 [](const std::string& text) { return !text.starts_with('-'); });
+  if (word == words.end()) {
+    return;
+  }
+  std::string list;
+  std::string nearest;
+  std::size_t least = 3;  // farther is no slip of the keys
+  for (const CLI::App* command : app.get_subcommands({})) {
+    list += (list.empty() ? "" : ", ") + command->get_name();
+    const std::size_t distance = editDistance(*word, command->get_name());
+    if (distance == 0) {
+      return;
+    }
+    if (distance < least) {
+      least = distance;
+      nearest = command->get_name();
+    }
+  }
+  throw ToolError(ExitCode::kUsage,
+                  "no command '" + *word + "'; " +
+                      (nearest.empty() ? "there are: " + list : "did you mean '" + nearest + "'?"));
+}
+
+ExitCode run(const CLI::App& app, Options& options, Console& console) {
+  if (app.got_subcommand("clean")) {
+    return clean(options.clean, console);
+  }
   if (app.got_subcommand("vad")) {
-    if (options.json) options.vad.style = ReportStyle::json;
-    if (options.csv) options.vad.style = ReportStyle::csv;
-    if (options.labels) options.vad.style = ReportStyle::labels;
-    return vad(options.vad, output, console);
+    options.vad.style = options.json     ? ReportStyle::kJson
+                        : options.csv    ? ReportStyle::kCsv
+                        : options.labels ? ReportStyle::kLabels
+                        : options.rttm   ? ReportStyle::kRttm
+                                         : ReportStyle::kText;
+    return vad(options.vad, console);
   }
-  if (app.got_subcommand("info")) return info(options.infoFile, options.json, output, console);
+  if (app.got_subcommand("info")) {
+    return info(options.model, options.directory, options.json, console);
+  }
   if (app.got_subcommand("models")) {
-    return listModels(options.clean.model.directory, options.json, output, console);
+    return listModels(options.directory, options.json, console);
   }
-  return listKeys(options.json, output);
+  return listKeys(options.json);
+}
+
+Verbosity verbosity(const Options& options) {
+  return options.quiet     ? Verbosity::kQuiet
+         : options.verbose ? Verbosity::kVerbose
+                           : Verbosity::kNormal;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Removes ambient noise from speech and finds where somebody speaks.", "orvel");
+  fillStandardStreams();
+  watchSignals();
+  CLI::App app("Removes ambient noise from speech and detects voice activity.", "orvel");
   Options options;
-  app.set_version_flag("--version", "orvel " ORVEL_VERSION);
-  app.footer(kFooter);
+  app.set_version_flag("--version", "orvel " ORV_VERSION_STRING);
   app.require_subcommand(1);
   app.fallthrough();
-  app.add_flag("-v,--verbose", options.verbose, "Say what is done, in the library's words too");
+  CLI::Option* verbose =
+      app.add_flag("-v,--verbose", options.verbose, "Say what is done, in the library's words too");
+  app.add_flag("-q,--quiet", options.quiet, "Errors only: no progress, no warnings")
+      ->excludes(verbose);
   addClean(app, options);
   addVad(app, options);
   addInfo(app, options);
+  app.footer(kFooter);  // after the commands, which would take it over
   try {
+    requireCommand(app, {argv + 1, argv + argc});
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     const bool wanted = error.get_exit_code() == 0;  // --help, --version
     app.exit(error);
-    return static_cast<int>(wanted ? ExitCode::ok : ExitCode::usage);
+    return static_cast<int>(wanted ? ExitCode::kOk : ExitCode::kUsage);
+  } catch (const ToolError& error) {
+    Console(Verbosity::kNormal).error(error.what());
+    return static_cast<int>(error.code());
   }
 
-  watchSignals();
-  Console console(options.verbose);
+  Console console(verbosity(options));
   try {
-    const StandardOutput output;
-    return static_cast<int>(run(app, options, output, console));
+    return static_cast<int>(run(app, options, console));
   } catch (const ToolError& error) {
     console.error(error.what());
     return static_cast<int>(error.code());
+  } catch (const ClosedPipe&) {
+    console.status("");
+    endByClosedPipe();
   } catch (const std::exception& error) {
     console.error(error.what());
-    return static_cast<int>(ExitCode::internal);
+    return static_cast<int>(ExitCode::kInternal);
   }
 }

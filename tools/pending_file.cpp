@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <system_error>
 
@@ -18,37 +17,44 @@ namespace {
 namespace fs = std::filesystem;
 
 [[noreturn]] void fail(const fs::path& path, const std::string& reason) {
-  throw ToolError(ExitCode::output, path.string() + ": " + reason);
+  throw ToolError(ExitCode::kOutput, path.string() + ": " + reason);
 }
 
-[[noreturn]] void failErrno(const fs::path& path, const char* what) {
-  const int code = errno;
-  fail(path, std::string(what) + ": " + std::generic_category().message(code));
+[[noreturn]] void failExisting(const fs::path& path) {
+  fail(path, "exists already; --force replaces it");
 }
 
 // A symbolic link stays one: what it points to is replaced.
 fs::path followLink(const fs::path& target) {
   std::error_code error;
-  if (!fs::is_symlink(target, error)) return target;
+  if (!fs::is_symlink(target, error)) {
+    return target;
+  }
   fs::path real = fs::canonical(target, error);
-  if (error) fail(target, "symbolic link to nowhere");
+  if (error) {
+    fail(target, "symbolic link to nowhere");
+  }
   return real;
 }
 
-UniqueFd createBeside(const fs::path& target, fs::path& temporary) {
+fs::path folderOf(const fs::path& target) {
+  return target.has_parent_path() ? target.parent_path() : fs::path(".");
+}
+
+fs::path temporaryName(const fs::path& target) {
   static std::atomic<unsigned> counter{0};
-  const fs::path directory = target.has_parent_path() ? target.parent_path() : fs::path(".");
-  for (int attempt = 0; attempt < 100; ++attempt) {
-    temporary = directory / (".orvel-" + std::to_string(::getpid()) + "-" +
-                             std::to_string(counter++) + ".part");
-    const int fd =
-        ::open(temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
-    if (fd >= 0) return UniqueFd(fd);
-    if (errno != EEXIST) break;
+  return folderOf(target) /
+         (".orvel-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".part");
+}
+
+std::string ownLink(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
+
+UniqueFd openNameless(const fs::path& target) {
+  UniqueFd fd(::open(folderOf(target).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666));
+  if (fd && ::access(ownLink(fd.get()).c_str(), F_OK) != 0) {
+    fd.reset();  // without /proc it could not get a name
   }
-  const std::string reason = std::generic_category().message(errno);
-  temporary.clear();
-  fail(target, "cannot create a file in '" + directory.string() + "': " + reason);
+  return fd;
 }
 
 }  // namespace
@@ -57,19 +63,51 @@ PendingFile::PendingFile(const fs::path& target, bool force)
     : target_(followLink(target)), force_(force) {
   struct stat info {};
   const bool exists = ::stat(target_.c_str(), &info) == 0;
-  if (exists && !S_ISREG(info.st_mode)) fail(target, "is not a regular file");
-  if (exists && !force_) fail(target, "exists already; --force replaces it");
-  fd_ = createBeside(target_, temporary_);
+  if (exists && !S_ISREG(info.st_mode)) {
+    fail(target, "is not a regular file");
+  }
+  if (exists && !force_) {
+    failExisting(target);
+  }
+  fd_ = openNameless(target_);
+  if (!fd_) {
+    temporary_ = temporaryName(target_);
+    constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
+    fd_.reset(::open(temporary_.c_str(), kFlags, 0666));
+  }
+  if (!fd_) {
+    const int error = errno;
+    temporary_.clear();
+    fail(target,
+         "cannot create a file in '" + folderOf(target_).string() + "': " + systemMessage(error));
+  }
   // Replacing a file does not change who may read it.
-  if (exists && ::fchmod(fd_.get(), info.st_mode & 07777) != 0)
-    failErrno(target, "cannot set mode");
+  if (exists && ::fchmod(fd_.get(), info.st_mode & 07777) != 0) {
+    fail(target, "cannot set mode: " + systemMessage(errno));
+  }
 }
 
 PendingFile::~PendingFile() {
-  if (!temporary_.empty()) ::unlink(temporary_.c_str());
+  if (!temporary_.empty()) {
+    ::unlink(temporary_.c_str());
+  }
+}
+
+void PendingFile::nameTemporary() {
+  temporary_ = temporaryName(target_);
+  if (::linkat(AT_FDCWD, ownLink(fd_.get()).c_str(), AT_FDCWD, temporary_.c_str(),
+               AT_SYMLINK_FOLLOW) != 0) {
+    const int error = errno;
+    temporary_.clear();
+    fail(target_, "cannot name the finished file: " + systemMessage(error));
+  }
 }
 
 void PendingFile::commit() {
+  // Only renaming replaces a file in one step.
+  if (temporary_.empty()) {
+    nameTemporary();
+  }
   int result = -1;
   if (force_) {
     result = ::rename(temporary_.c_str(), target_.c_str());
@@ -77,14 +115,17 @@ void PendingFile::commit() {
     result = ::renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, target_.c_str(), RENAME_NOREPLACE);
     // Some file systems cannot refuse an existing name by themselves.
     if (result != 0 && (errno == EINVAL || errno == ENOSYS)) {
-      if (::access(target_.c_str(), F_OK) == 0)
-        fail(target_, "exists already; --force replaces it");
+      if (::access(target_.c_str(), F_OK) == 0) {
+        failExisting(target_);
+      }
       result = ::rename(temporary_.c_str(), target_.c_str());
     }
   }
   if (result != 0) {
-    if (errno == EEXIST) fail(target_, "appeared while it was being made; --force replaces it");
-    failErrno(target_, "cannot rename the finished file");
+    if (errno == EEXIST) {
+      fail(target_, "appeared while it was being made; --force replaces it");
+    }
+    fail(target_, "cannot rename the finished file: " + systemMessage(errno));
   }
   temporary_.clear();
 }

@@ -2,19 +2,20 @@
 
 #include <filesystem>
 
-#include "tools/unique_fd.h"
+#include "tools/descriptor.h"
 
 namespace ORVEL::TOOLS {
 
 /**
- * A file that appears under its name only once it is complete: bytes go to a temporary file in the
- * same directory, which commit() renames and the destructor otherwise removes.
+ * A file that appears under its name only once it is complete. Until commit() its bytes have no name
+ * at all, so that nothing is left whatever ends the program; on a file system without such files they
+ * lie in a temporary file beside the target, which the destructor removes.
  */
 class PendingFile {
  public:
   /**
    * @param force an existing regular file may be replaced.
-   * @throws ToolError (output) when the target exists and may not be replaced, is no regular file, or
+   * @throws ToolError (kOutput) when the target exists and may not be replaced, is no regular file, or
    *         its directory cannot be written to.
    */
   PendingFile(const std::filesystem::path& target, bool force);
@@ -24,12 +25,14 @@ class PendingFile {
 
   int descriptor() const noexcept { return fd_.get(); }
 
-  /** Gives the file its name. @throws ToolError (output), also when the target has appeared since. */
+  /** Gives the file its name. @throws ToolError (kOutput), also when the target has appeared since. */
   void commit();
 
  private:
+  void nameTemporary();
+
   std::filesystem::path target_;
-  std::filesystem::path temporary_;
+  std::filesystem::path temporary_;  // empty while the bytes have no name
   UniqueFd fd_;
   bool force_;
 };

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <soxr.h>
+
 #include <cstddef>
 #include <memory>
 #include <span>
@@ -7,14 +9,11 @@
 
 namespace ORVEL::TOOLS {
 
-/** Converts one channel between two sample rates, without shifting it in time. */
+/** Converts interleaved audio between two sample rates, without shifting it in time. */
 class RateConverter {
  public:
-  /** @throws ToolError (internal) when the two rates (Hz) cannot be converted. */
-  RateConverter(int inputRate, int outputRate);
-  RateConverter(RateConverter&&) noexcept;
-  RateConverter& operator=(RateConverter&&) noexcept;
-  ~RateConverter();
+  /** @throws ToolError (kInternal) when the two rates (Hz) cannot be converted. */
+  RateConverter(int inputRate, int outputRate, std::size_t channels);
 
   /** Appends what the input gives so far; some of it is held back until more arrives. */
   void push(std::span<const float> input, std::vector<float>& output);
@@ -22,10 +21,13 @@ class RateConverter {
   void finish(std::vector<float>& output);
 
  private:
-  std::size_t step(const float* input, std::size_t count, std::vector<float>& output, bool& idle);
+  struct Deleter {
+    void operator()(soxr_t handle) const noexcept { soxr_delete(handle); }
+  };
+  std::size_t step(const float* input, std::size_t frames, std::vector<float>& output, bool& idle);
 
-  struct Impl;
-  std::unique_ptr<Impl> impl_;
+  std::size_t channels_;
+  std::unique_ptr<soxr, Deleter> handle_;
 };
 
 }  // namespace ORVEL::TOOLS

@@ -5,27 +5,20 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <mutex>
-#include <system_error>
+#include <utility>
 
-#include "tools/sample_codec.h"
+#include "tools/sample_format.h"
 #include "tools/sound_format.h"
+#include "tools/stream_audio.h"
 #include "tools/tool_error.h"
+#include "tools/wav_header.h"
 
 namespace ORVEL::TOOLS {
 namespace {
 
-// Far below and above this no converter of the field works; a damaged header says anything.
-constexpr int kLowestRate = 1000;
-constexpr int kHighestRate = 768000;
-
 // libsndfile puts some encoders' work space on the stack, by the size of the call.
 constexpr std::size_t kFramesPerWrite = 4096;
-
-[[noreturn]] void failInput(const std::string& name, const std::string& reason) {
-  throw ToolError(ExitCode::input, name + ": " + reason);
-}
 
 // libsndfile keeps what it has to say about a file that it cannot open in one place for all threads.
 std::mutex openMutex;
@@ -34,37 +27,103 @@ std::mutex openMutex;
 // or not. It gets one of its own, so that nobody closes a descriptor twice: another thread may
 // have opened a file under the same number in between. `reason` is set where null is returned.
 SNDFILE* openDuplicate(int descriptor, int mode, SF_INFO& info, std::string& reason) {
-  const int own = ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+  const int own = ::fcntl(descriptor, F_DUPFD_CLOEXEC, 3);
   if (own < 0) {
-    reason = std::generic_category().message(errno);
+    reason = systemMessage(errno);
     return nullptr;
   }
   const std::lock_guard lock(openMutex);
   SNDFILE* file = sf_open_fd(own, mode, &info, SF_TRUE);
-  if (file == nullptr) reason = sf_strerror(nullptr);
+  if (file == nullptr) {
+    reason = sf_strerror(nullptr);
+  }
   return file;
+}
+
+std::string readAt(int descriptor, off_t offset, std::size_t size) {
+  std::string bytes(size, '\0');
+  const ssize_t got = ::pread(descriptor, bytes.data(), size, offset);
+  bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+  return bytes;
+}
+
+std::uint64_t bigEndian(const std::string& bytes, std::size_t at, std::size_t count) {
+  std::uint64_t value = 0;
+  for (std::size_t i = at; i < std::min(at + count, bytes.size()); ++i) {
+    value = value << 8U | static_cast<unsigned char>(bytes[i]);
+  }
+  return value;
+}
+
+// Bytes that the header of a file promises and the file does not have.
+std::uint64_t missingBytes(int descriptor, int container) {
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0) {
+    return 0;
+  }
+  const auto size = static_cast<std::uint64_t>(status.st_size);
+  std::uint64_t promised = 0;
+  const std::string head = readAt(descriptor, 0, 24);
+  if (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX || container == SF_FORMAT_RF64) {
+    off_t at = 0;
+    const auto header = readWavHeader([&](std::size_t count) {
+      std::string bytes = readAt(descriptor, at, count);
+      at += static_cast<off_t>(bytes.size());
+      return bytes;
+    });
+    promised = header && header->dataBytes ? header->dataOffset + *header->dataBytes : 0;
+  } else if (container == SF_FORMAT_AIFF) {
+    promised = bigEndian(head, 4, 4) + 8;
+  } else if (container == SF_FORMAT_AU && head.starts_with(".snd")) {
+    const std::uint64_t data = bigEndian(head, 8, 4);
+    promised = data == 0xFFFFFFFF ? 0 : bigEndian(head, 4, 4) + data;
+  } else if (container == SF_FORMAT_W64) {
+    for (std::size_t i = std::min<std::size_t>(head.size(), 24); i > 16; --i) {
+      promised = promised << 8U | static_cast<unsigned char>(head[i - 1]);
+    }
+  }
+  return promised > size ? promised - size : 0;
+}
+
+// Without such a frame the length of an MP3 file is libsndfile's guess.
+bool tellsLength(int descriptor) {
+  constexpr std::size_t kFront = 8192;
+  const std::string head = readAt(descriptor, 0, kFront);
+  return head.find("Xing") != std::string::npos || head.find("Info") != std::string::npos;
 }
 
 }  // namespace
 
-SoundFileReader::SoundFileReader(const std::filesystem::path& path) : name_(path.string()) {
-  // Non-blocking, so that a pipe nobody writes to is refused instead of waited for.
-  fd_.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!fd_) failInput(name_, "cannot open: " + std::generic_category().message(errno));
-  struct stat status {};
-  if (::fstat(fd_.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    failInput(name_, S_ISDIR(status.st_mode) ? "is a directory" : "is not a regular file");
-  }
+SoundFileReader::SoundFileReader(UniqueFd descriptor, std::string name)
+    : name_(std::move(name)), fd_(std::move(descriptor)) {
   std::string reason;
   file_.reset(openDuplicate(fd_.get(), SFM_READ, info_, reason));
-  if (!file_) failInput(name_, "no audio that can be read: " + reason);
-  if (info_.channels < 1) failInput(name_, "has no channels");
-  if (info_.samplerate < kLowestRate || info_.samplerate > kHighestRate) {
-    failInput(name_, "sample rate " + std::to_string(info_.samplerate) + " Hz is not within " +
-                         std::to_string(kLowestRate) + " to " + std::to_string(kHighestRate) +
-                         " Hz");
+  if (!file_) {
+    throw ToolError(ExitCode::kInput, name_ + ": no audio that can be read: " + reason);
   }
   bits_ = pcmBits(info_.format);
+}
+
+std::optional<std::int64_t> SoundFileReader::claimedFrames() const {
+  if (info_.frames == SF_COUNT_MAX) {
+    return std::nullopt;
+  }
+  return info_.frames;
+}
+
+Description SoundFileReader::description() const {
+  Description description;
+  for (int kind = SF_STR_FIRST; kind <= SF_STR_LAST; ++kind) {
+    if (const char* text = sf_get_string(file_.get(), kind); text != nullptr) {
+      description.texts.emplace_back(kind, text);
+    }
+  }
+  std::vector<int> speakers(static_cast<std::size_t>(info_.channels));
+  if (sf_command(file_.get(), SFC_GET_CHANNEL_MAP_INFO, speakers.data(),
+                 info_.channels * static_cast<int>(sizeof(int))) == SF_TRUE) {
+    description.speakers = std::move(speakers);
+  }
+  return description;
 }
 
 std::size_t SoundFileReader::read(std::span<float> buffer) {
@@ -79,23 +138,58 @@ std::size_t SoundFileReader::read(std::span<float> buffer) {
   }
   if (got <= 0) {
     if (sf_error(file_.get()) != SF_ERR_NO_ERROR) {
-      failInput(name_, std::string("reading failed: ") + sf_strerror(file_.get()));
+      error_ = sf_strerror(file_.get());
     }
     return 0;
   }
   const std::size_t samples = static_cast<std::size_t>(got) * channels;
-  if (bits_ > 0) {
-    for (std::size_t i = 0; i < samples; ++i)
-      buffer[i] = fromInt32(integers_[i]);
-  } else {
-    for (std::size_t i = 0; i < samples; ++i)
-      buffer[i] = tame(buffer[i]);
+  for (std::size_t i = 0; i < samples; ++i) {
+    buffer[i] = bits_ > 0 ? fromInt32(integers_[i]) : tame(buffer[i]);
   }
+  found_ += got;
   return static_cast<std::size_t>(got);
 }
 
+// The length that the file itself gives; nothing where it gives none.
+std::optional<std::int64_t> SoundFileReader::promisedFrames() const {
+  const int container = info_.format & SF_FORMAT_TYPEMASK;
+  if (info_.frames == SF_COUNT_MAX || (container == SF_FORMAT_MPEG && !tellsLength(fd_.get()))) {
+    return std::nullopt;
+  }
+  // libsndfile cuts its claim to what the file holds.
+  const std::uint64_t missing = missingBytes(fd_.get(), container);
+  if (missing == 0) {
+    return info_.frames;
+  }
+  struct stat status {};
+  ::fstat(fd_.get(), &status);
+  const auto size = static_cast<std::uint64_t>(status.st_size);
+  const std::uint64_t sampleBytes = bits_ > 0 ? static_cast<std::uint64_t>(bits_ / 8)
+                                              : bytesPerSample(nearestFormat(info_.format));
+  const bool plain = bits_ > 0 || (info_.format & SF_FORMAT_SUBMASK) == SF_FORMAT_FLOAT ||
+                     (info_.format & SF_FORMAT_SUBMASK) == SF_FORMAT_DOUBLE;
+  const std::uint64_t frameBytes = sampleBytes * static_cast<std::uint64_t>(info_.channels);
+  const std::uint64_t frames = plain ? (missing + frameBytes - 1) / frameBytes
+                                     : missing * static_cast<std::uint64_t>(found_) / size + 1;
+  return info_.frames + static_cast<std::int64_t>(frames);
+}
+
+std::string SoundFileReader::shortfall() const {
+  const bool endless = info_.frames == SF_COUNT_MAX;
+  if (endless && (info_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG) {
+    return "cut short: the stream's last page is missing; " +
+           samplesText(found_, info_.samplerate) + " found";
+  }
+  const auto promised = promisedFrames();
+  if (promised && found_ < *promised) {
+    return "cut short: " + expectedAndFound(*promised, found_, info_.samplerate) +
+           (error_.empty() ? "" : " (" + error_ + ")");
+  }
+  return error_.empty() ? "" : "reading failed: " + error_;
+}
+
 SoundFileWriter::SoundFileWriter(const std::filesystem::path& path, int format,
-                                 const AudioSpec& spec, bool force)
+                                 const AudioSpec& spec, const Description& description, bool force)
     : name_(path.string()),
       pending_(path, force),
       channels_(spec.channels),
@@ -106,20 +200,18 @@ SoundFileWriter::SoundFileWriter(const std::filesystem::path& path, int format,
   info.channels = spec.channels;
   std::string reason;
   file_.reset(openDuplicate(pending_.descriptor(), SFM_WRITE, info, reason));
-  if (!file_) throw ToolError(ExitCode::output, name_ + ": cannot write this format: " + reason);
-  sf_command(file_.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
-}
-
-void SoundFileWriter::copyDescription(const SoundFileReader& input) {
-  for (int kind = SF_STR_FIRST; kind <= SF_STR_LAST; ++kind) {
-    const char* text = sf_get_string(input.handle(), kind);
-    // Containers without room for a text refuse it, which is no loss worth an error.
-    if (text != nullptr) sf_set_string(file_.get(), kind, text);
+  if (!file_) {
+    throw ToolError(ExitCode::kOutput, name_ + ": cannot write this format: " + reason);
   }
-  std::vector<int> layout(static_cast<std::size_t>(channels_));
-  const int bytes = channels_ * static_cast<int>(sizeof(int));
-  if (sf_command(input.handle(), SFC_GET_CHANNEL_MAP_INFO, layout.data(), bytes) == SF_TRUE) {
-    sf_command(file_.get(), SFC_SET_CHANNEL_MAP_INFO, layout.data(), bytes);
+  sf_command(file_.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
+  // Containers that cannot hold a text or the layout refuse it, which is no loss worth an error.
+  for (const auto& [kind, text] : description.texts) {
+    sf_set_string(file_.get(), kind, text.c_str());
+  }
+  if (!description.speakers.empty()) {
+    std::vector<int> speakers = description.speakers;
+    sf_command(file_.get(), SFC_SET_CHANNEL_MAP_INFO, speakers.data(),
+               static_cast<int>(speakers.size() * sizeof(int)));
   }
 }
 
@@ -139,7 +231,7 @@ void SoundFileWriter::write(std::span<const float> frames) {
       written = sf_writef_float(file_.get(), block.data(), static_cast<sf_count_t>(count));
     }
     if (written != static_cast<sf_count_t>(count)) {
-      throw ToolError(ExitCode::output, name_ + ": writing failed: " + sf_strerror(file_.get()));
+      throw ToolError(ExitCode::kOutput, name_ + ": writing failed: " + sf_strerror(file_.get()));
     }
   }
 }
@@ -147,7 +239,7 @@ void SoundFileWriter::write(std::span<const float> frames) {
 void SoundFileWriter::commit() {
   // Closing writes the rest and the header; only then is the file complete.
   if (sf_close(file_.release()) != 0) {
-    throw ToolError(ExitCode::output, name_ + ": closing failed");
+    throw ToolError(ExitCode::kOutput, name_ + ": closing failed");
   }
   pending_.commit();
 }

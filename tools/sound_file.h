@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/audio_stream.h"
+#include "tools/audio.h"
+#include "tools/descriptor.h"
 #include "tools/pending_file.h"
-#include "tools/unique_fd.h"
 
 namespace ORVEL::TOOLS {
 
@@ -21,36 +21,40 @@ using SndfileHandle = std::unique_ptr<SNDFILE, SndfileCloser>;
 /** Reads any format that libsndfile knows. */
 class SoundFileReader : public AudioSource {
  public:
-  /** @throws ToolError (input) when the path is no regular file or holds no audio that can be read. */
-  explicit SoundFileReader(const std::filesystem::path& path);
+  /**
+   * @param descriptor of a regular file, read from its first byte.
+   * @throws ToolError (kInput) when it holds no audio that can be read.
+   */
+  SoundFileReader(UniqueFd descriptor, std::string name);
 
   AudioSpec spec() const override { return {info_.samplerate, info_.channels}; }
-  std::optional<std::int64_t> claimedFrames() const override { return info_.frames; }
-  std::size_t read(std::span<float> buffer) override;
   const std::string& name() const override { return name_; }
-
-  /** libsndfile's format word of the file. */
-  int format() const noexcept { return info_.format; }
-  /** For copying titles and the speaker layout. */
-  SNDFILE* handle() const noexcept { return file_.get(); }
+  std::optional<std::int64_t> claimedFrames() const override;
+  int format() const override { return info_.format; }
+  Description description() const override;
+  std::size_t read(std::span<float> buffer) override;
+  std::string shortfall() const override;
 
  private:
+  std::optional<std::int64_t> promisedFrames() const;
+
   std::string name_;
   UniqueFd fd_;
   SF_INFO info_{};
   SndfileHandle file_;  // after fd_: closed first
   int bits_ = 0;
+  std::int64_t found_ = 0;
+  std::string error_;
   std::vector<int> integers_;
 };
 
 /** Writes through a PendingFile. Integer encodings are rounded and clipped here. */
 class SoundFileWriter : public AudioSink {
  public:
-  /** @throws ToolError (output) */
-  SoundFileWriter(const std::filesystem::path& path, int format, const AudioSpec& spec, bool force);
+  /** @throws ToolError (kOutput) */
+  SoundFileWriter(const std::filesystem::path& path, int format, const AudioSpec& spec,
+                  const Description& description, bool force);
 
-  /** Takes titles and the speaker layout over from an input file. Call before the first write. */
-  void copyDescription(const SoundFileReader& input);
   void write(std::span<const float> frames) override;
   void commit() override;
 

@@ -7,14 +7,14 @@ namespace ORVEL::TOOLS {
 
 /** What the program returns to the shell; listed in `orvel --help`. */
 enum class ExitCode : int {
-  ok = 0,
-  internal = 1,
-  usage = 2,
-  input = 3,
-  output = 4,
-  model = 5,
-  someFailed = 6,
-  interrupted = 130,
+  kOk = 0,
+  kInternal = 1,
+  kUsage = 2,
+  kInput = 3,
+  kOutput = 4,
+  kModel = 5,
+  kSomeFailed = 6,
+  kInterrupted = 130,
 };
 
 /** An error for the user: the text names the file (or option) and the reason. */
@@ -25,6 +25,12 @@ class ToolError : public std::runtime_error {
 
  private:
   ExitCode code_;
+};
+
+/** Whoever read our output has gone: the program ends without a word, as others do. */
+class ClosedPipe : public std::exception {
+ public:
+  const char* what() const noexcept override { return "closed pipe"; }
 };
 
 }  // namespace ORVEL::TOOLS

@@ -1,77 +1,222 @@
-#include "tools/vad_command.h"
-
+#include <algorithm>
+#include <cmath>
 #include <memory>
 #include <utility>
-#include <vector>
 
-#include "tools/engine.h"
+#include "tools/batch.h"
+#include "tools/commands.h"
+#include "tools/descriptor.h"
 #include "tools/interrupt.h"
-#include "tools/model_catalog.h"
-#include "tools/open_source.h"
-#include "tools/progress.h"
-#include "tools/vad_stream.h"
+#include "tools/rate_converter.h"
 
 namespace ORVEL::TOOLS {
 namespace {
 
 constexpr std::size_t kBlockFrames = 4096;
 
-void check(const SegmentOptions& options) {
-  const double negative = options.negativeThreshold.value_or(options.threshold);
-  if (negative > options.threshold) {
-    throw ToolError(ExitCode::usage, "--neg-threshold must not be above --threshold");
+struct Context {
+  const VadOptions& options;
+  const ReportOptions& report;
+  const ModelSet& models;
+  Console& console;
+  Progress& progress;
+};
+
+/**
+ * Scores audio of any rate and channel count (the mean of the channels), one score for each 10 ms of
+ * the input.
+ */
+class Scorer {
+ public:
+  using Emit = std::function<void(double score)>;
+  Scorer(const ModelSet& models, const AudioSpec& spec, Emit emit)
+      : Scorer(models.library(), models.forRate(0), spec, std::move(emit)) {}
+
+  void push(std::span<const float> interleaved) {
+    const auto channels = static_cast<std::size_t>(spec_.channels);
+    mono_.resize(interleaved.size() / channels);
+    for (std::size_t i = 0; i < mono_.size(); ++i) {
+      float sum = 0.0F;
+      for (std::size_t c = 0; c < channels; ++c) {
+        sum += interleaved[i * channels + c];
+      }
+      mono_[i] = sum / static_cast<float>(channels);
+    }
+    frames_ += mono_.size();
+    if (!converter_) {
+      score(mono_);
+      return;
+    }
+    converted_.clear();
+    converter_->push(mono_, converted_);
+    score(converted_);
   }
-}
 
-}  // namespace
+  /** Scores the rest; the last score may cover less than 10 ms. */
+  void finish() {
+    if (converter_) {
+      converted_.clear();
+      converter_->finish(converted_);
+      score(converted_);
+    }
+    const std::uint64_t perScore = static_cast<std::uint64_t>(spec_.sampleRate) * kScoreMs;
+    const std::uint64_t wanted = (frames_ * 1000 + perScore - 1) / perScore;
+    // Conversion may round the length by a sample.
+    std::vector<float> silence(detector_.scoreSize(), 0.0F);
+    while (heard_ < wanted * silence.size()) {
+      const std::uint64_t missing = wanted * silence.size() - heard_;
+      score(std::span(silence).first(std::min<std::uint64_t>(silence.size(), missing)));
+    }
+    detector_.flush([&](float value) {
+      if (given_ < wanted) {
+        give(value);
+      }
+    });
+  }
 
-ExitCode vad(const VadOptions& options, const StandardOutput& standardOutput, Console& console) {
-  check(options.segments);
-  const auto source = openSource(options.input, options.raw);
+  /** Audio so far, seconds. */
+  double seconds() const noexcept { return static_cast<double>(frames_) / spec_.sampleRate; }
+
+ private:
+  Scorer(const orvel::Library& library, const orvel::Model& model, const AudioSpec& spec, Emit emit)
+      : detector_(library, {.rate = model.sampleRate, .channels = 1, .model = model.name}),
+        spec_(spec),
+        emit_(std::move(emit)) {
+    // Converted here, not in the session: this conversion shifts nothing in time.
+    if (model.sampleRate != spec.sampleRate) {
+      converter_.emplace(spec.sampleRate, model.sampleRate, 1);
+    }
+  }
+
+  void score(std::span<const float> samples) {
+    heard_ += samples.size();
+    detector_.process(samples, [&](float value) { give(value); });
+  }
+  void give(float value) {
+    ++given_;
+    emit_(static_cast<double>(value));
+  }
+
+  orvel::VoiceDetector detector_;
+  AudioSpec spec_;
+  Emit emit_;
+  std::optional<RateConverter> converter_;
+  std::uint64_t frames_ = 0;  // pushed, at the audio's rate
+  std::uint64_t heard_ = 0;   // samples given to the detector
+  std::uint64_t given_ = 0;   // scores
+  std::vector<float> mono_;
+  std::vector<float> converted_;
+};
+
+ExitCode run(const std::string& input, const Context& context, const VadReport::Write& write) {
+  const auto source = openSource(input, context.options.stream);
   const AudioSpec spec = source->spec();
-  std::vector<Setting> settings;
-  for (const std::string& argument : options.model.settings)
-    settings.push_back(parseSetting(argument));
-  Engine engine(
-      chooseModels(options.model.model, options.model.directory, ModelKind::voiceActivity),
-      settings, console);
-
   // Whole lines go out once per block of input: a reader of a live stream sees them at once.
   std::string text;
   const auto report =
-      makeReport(options.style, source->name(), [&](const std::string& piece) { text += piece; });
-  const auto flush = [&] { standardOutput.write(std::exchange(text, {})); };
-
-  Segmenter segmenter(options.segments, [&](const Segment& segment) { report->segment(segment); });
+      makeReport(context.report, source->name(), [&](const std::string& piece) { text += piece; });
+  const auto flush = [&] { write(std::exchange(text, {})); };
+  Segmenter segmenter(context.options.segments,
+                      [&](const Segment& segment) { report->segment(segment); });
   std::int64_t scores = 0;
-  VadStream stream(engine, spec, [&](double score) {
-    if (options.frames) {
+  Scorer scorer(context.models, spec, [&](double score) {
+    if (context.options.frames) {
       report->frame(static_cast<double>(scores++ * kScoreMs) / 1000.0, score);
     } else {
       segmenter.push(score);
     }
   });
-
-  std::optional<double> total;
-  if (const auto frames = source->claimedFrames()) {
-    total = static_cast<double>(*frames) / spec.sampleRate;
+  const auto channels = static_cast<std::size_t>(spec.channels);
+  std::vector<float> block(kBlockFrames * channels);
+  std::size_t frames = source->read(block);
+  if (frames == 0 && !source->shortfall().empty()) {
+    throw ToolError(ExitCode::kInput, source->name() + ": " + source->shortfall());
   }
-  Progress progress(console, "listening to " + options.input, total);
   report->begin();
-  std::vector<float> block(kBlockFrames * static_cast<std::size_t>(spec.channels));
-  while (const std::size_t frames = source->read(block)) {
+  for (; frames > 0; frames = source->read(block)) {
     throwIfInterrupted();
-    stream.push(std::span(block).first(frames * static_cast<std::size_t>(spec.channels)));
+    scorer.push(std::span(block).first(frames * channels));
     flush();
-    progress.add(static_cast<double>(frames) / spec.sampleRate);
+    context.progress.add(static_cast<double>(frames) / spec.sampleRate);
   }
   throwIfInterrupted();
-  stream.finish();
-  if (!options.frames) segmenter.finish(stream.seconds());
-  report->end(stream.seconds());
+  scorer.finish();
+  if (!context.options.frames) {
+    segmenter.finish(scorer.seconds());
+  }
+  report->end(scorer.seconds());
   flush();
-  console.detail("scored " + progress.summary());
-  return ExitCode::ok;
+  if (const std::string remark = source->remark(); !remark.empty()) {
+    context.console.warning(source->name() + ": " + remark);
+  }
+  if (const std::string shortfall = source->shortfall(); !shortfall.empty()) {
+    context.console.error(source->name() + ": " + shortfall + "; scored what there is");
+    return ExitCode::kInput;
+  }
+  return ExitCode::kOk;
+}
+
+void check(const VadOptions& options) {
+  const auto refuse = [](const char* reason) { throw ToolError(ExitCode::kUsage, reason); };
+  const SegmentOptions& segments = options.segments;
+  if (segments.negativeThreshold.value_or(segments.threshold) > segments.threshold) {
+    refuse("--neg-threshold must not be above --threshold");
+  }
+  if (options.frames && options.style == ReportStyle::kRttm) {
+    refuse("--rttm: holds segments; --frames cannot go with it");
+  }
+  if (options.inputs.size() > 1 && options.style == ReportStyle::kLabels) {
+    refuse("--labels: a label track is of one input");
+  }
+}
+
+std::optional<double> secondsOf(const std::string& input, const StreamOptions& options) {
+  if (isStream(input)) {
+    return std::nullopt;
+  }
+  try {
+    const auto source = openSource(input, options);
+    const auto frames = source->claimedFrames();
+    return frames ? std::optional(static_cast<double>(*frames) / source->spec().sampleRate)
+                  : std::nullopt;
+  } catch (const ToolError&) {
+    return 0.0;  // reported when its turn comes
+  }
+}
+
+}  // namespace
+
+ExitCode vad(const VadOptions& options, Console& console) {
+  check(options);
+  const ModelSet models(options.model, orvel::ModelKind::voiceActivity, console);
+  std::optional<double> total = 0.0;
+  for (const std::string& input : options.inputs) {
+    const auto seconds = console.showsStatus() ? secondsOf(input, options.stream) : std::nullopt;
+    total = total && seconds ? std::optional(*total + *seconds) : std::nullopt;
+  }
+  const std::size_t count = options.inputs.size();
+  Progress progress(
+      console,
+      "scoring " + (count == 1 ? options.inputs.front() : std::to_string(count) + " files"), total);
+  const ReportOptions report{options.style, options.frames, count > 1};
+  const Context context{options, report, models, console, progress};
+  OrderedOutput output(report, count, print);
+  const ExitCode code = runBatch(options.inputs, options.jobs, console, [&](std::size_t i) {
+    const auto write = [&](const std::string& text) { output.write(i, text); };
+    try {
+      const ExitCode result = run(options.inputs[i], context, write);
+      output.finish(i);
+      return result;
+    } catch (...) {
+      output.finish(i);  // the others go on
+      throw;
+    }
+  });
+  output.end();
+  if (code == ExitCode::kOk) {
+    console.detail("scored " + progress.summary());
+  }
+  return code;
 }
 
 }  // namespace ORVEL::TOOLS

@@ -2,15 +2,24 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <vector>
 
 #include "tools/vad_segments.h"
 
 namespace ORVEL::TOOLS {
 
-enum class ReportStyle { text, json, csv, labels };
+enum class ReportStyle { kText, kJson, kCsv, kLabels, kRttm };
 
-/** Writes segments or scores as they come. Times have millisecond resolution, in seconds. */
+/** How segments or scores of all inputs are printed. */
+struct ReportOptions {
+  ReportStyle style = ReportStyle::kText;
+  bool frames = false;   ///< scores instead of segments
+  bool several = false;  ///< inputs: lines tell which, JSON is a list
+};
+
+/** Prints the segments or scores of one input as they come. Times in seconds, to the millisecond. */
 class VadReport {
  public:
   using Write = std::function<void(const std::string&)>;
@@ -22,8 +31,38 @@ class VadReport {
   virtual void end(double /*seconds*/) {}
 };
 
-/** @param input name that the report mentions. @param write takes each finished piece of text. */
-std::unique_ptr<VadReport> makeReport(ReportStyle style, const std::string& input,
+/** @param input what the report calls the audio. @param write takes each finished piece of text. */
+std::unique_ptr<VadReport> makeReport(const ReportOptions& options, const std::string& input,
                                       VadReport::Write write);
+
+/**
+ * Prints what is written for several inputs at a time in the order of the inputs, with what stands
+ * around them: a heading, separators and an end. Used from several threads.
+ */
+class OrderedOutput {
+ public:
+  using Print = std::function<void(const std::string&)>;
+  OrderedOutput(const ReportOptions& options, std::size_t inputs, Print print);
+
+  /** Text of an input; printed at once when its turn has come. */
+  void write(std::size_t input, const std::string& text);
+  /** Nothing more comes for an input. */
+  void finish(std::size_t input);
+  /** After the last input. */
+  void end();
+
+ private:
+  void print(const std::string& text);
+
+  std::mutex mutex_;
+  Print print_;
+  std::string before_;  // to be printed before the next input's first text
+  std::string separator_;
+  std::string end_;
+  std::vector<std::string> waiting_;
+  std::vector<bool> finished_;
+  std::size_t turn_ = 0;
+  bool begun_ = false;  // the input whose turn it is has printed something
+};
 
 }  // namespace ORVEL::TOOLS

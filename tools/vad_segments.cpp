@@ -8,7 +8,7 @@
 namespace ORVEL::TOOLS {
 namespace {
 
-constexpr double kHysteresis = 0.15;
+constexpr double kHysteresis = 0.05;
 constexpr double kLowestNegative = 0.01;
 constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max() / 4;
 
@@ -37,8 +37,12 @@ void Segmenter::push(double score) {
     }
     return;
   }
-  if (score >= options_.threshold) sure_.reset();
-  if (score < negativeThreshold_ && !sure_) sure_ = current_;
+  if (score >= options_.threshold) {
+    sure_.reset();
+  }
+  if (score < negativeThreshold_ && !sure_) {
+    sure_ = current_;
+  }
   current_->end = now_;
   current_->sum += score;
   if (sure_ && now_ - sure_->end >= options_.minimumSilenceMs) {
@@ -57,11 +61,15 @@ void Segmenter::finish(double secondsOfAudio) {
   }
   current_.reset();
   sure_.reset();
-  if (held_) release(kNever, length);
+  if (held_) {
+    release(kNever, length);
+  }
 }
 
 void Segmenter::close(const Stretch& stretch) {
-  if (stretch.end - stretch.begin < options_.minimumSpeechMs) return;
+  if (stretch.end - stretch.begin < options_.minimumSpeechMs) {
+    return;
+  }
   std::int64_t room = std::min<std::int64_t>(options_.paddingMs, stretch.begin);
   if (held_) {
     const std::int64_t gap = stretch.begin - held_->end;

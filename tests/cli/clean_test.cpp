@@ -1,5 +1,6 @@
 // What comes out of `orvel clean` lies where it lay in the input, at every rate and channel count.
 #include "tests/cli/program.h"
+#include "tools/console.h"
 
 namespace orvel_test {
 namespace {
@@ -37,9 +38,9 @@ TEST_P(CleanRates, OutputIsAlignedAndAsLong) {
 INSTANTIATE_TEST_SUITE_P(All, CleanRates,
                          ::testing::Values(Case{8000, 1, 60}, Case{11025, 2, 15}, Case{12000, 1, 3},
                                            Case{16000, 6, 60}, Case{22050, 1, 15},
-                                           Case{24000, 1, 3}, Case{32000, 2, 60}, Case{37800, 1, 3},
-                                           Case{44100, 2, 3}, Case{48000, 1, 3}, Case{88200, 1, 3},
-                                           Case{96000, 1, 3}, Case{192000, 1, 3}),
+                                           Case{32000, 2, 60}, Case{37800, 1, 3}, Case{44100, 2, 3},
+                                           Case{48000, 1, 3}, Case{96000, 1, 3},
+                                           Case{192000, 1, 3}),
                          [](const auto& tested) {
                            return std::to_string(tested.param.rate) + "Hz" +
                                   std::to_string(tested.param.channels) + "ch";
@@ -58,14 +59,34 @@ TEST_F(Clean, ShortestInputsKeepTheirLength) {
   }
 }
 
-TEST_F(Clean, TakesAHigherModelWhenNoneIsLowEnough) {
+TEST_F(Clean, TakesTheModelNearestBelowTheRecordingsRate) {
+  const auto chosen = [&](int rate) {
+    save(dir_.file("in.wav"), speech(rate, 0.1));
+    const std::string text = run({"clean", "-vf", dir_.file("in.wav"), dir_.file("out.wav")}).err;
+    const size_t at = text.find("cleaned by ");
+    return at == std::string::npos ? text : text.substr(at + 11, text.find(' ', at + 11) - at - 11);
+  };
+  const std::pair<int, const char*> expected[] = {
+      {8000, "orvel-8k"}, {11025, "orvel-8k"}, {24000, "orvel-16k"}, {44100, "orvel-32k"}};
+  for (const auto& [rate, model] : expected)
+    EXPECT_EQ(chosen(rate), model);
   std::filesystem::remove(models_ + "/orvel-8k.ctl");
-  const Sound in = speech(8000, 0.6);
-  save(dir_.file("in.wav"), in);
-  const Result result = run({"clean", "-v", dir_.file("in.wav"), dir_.file("out.wav")});
-  ASSERT_EQ(result.code, 0) << result.err;
-  EXPECT_NE(result.err.find("cleaned at 16000 Hz"), std::string::npos) << result.err;
-  EXPECT_EQ(bestLag(in.samples, load(dir_.file("out.wav")).samples), 0);
+  EXPECT_EQ(chosen(8000), "orvel-16k");
+}
+
+TEST_F(Clean, ADamagedModelIsNotPassedOverInSilence) {
+  save(dir_.file("in.wav"), speech(48000, 0.3));
+  const std::string weights = slurp(models_ + "/orvel-32k.bin");
+  dir_.write("models/orvel-32k.bin", weights.substr(0, weights.size() / 2));
+  const Result refused = run({"clean", dir_.file("in.wav"), dir_.file("out.wav")});
+  EXPECT_EQ(refused.code, 5);
+  EXPECT_NE(refused.err.find("orvel-32k.ctl: "), std::string::npos) << refused.err;
+  EXPECT_FALSE(std::filesystem::exists(dir_.file("out.wav")));
+  const Result chosen =
+      run({"clean", "-v", "--model", "auto", dir_.file("in.wav"), dir_.file("out.wav")});
+  EXPECT_EQ(chosen.code, 0);
+  EXPECT_NE(chosen.err.find("passed over: "), std::string::npos) << chosen.err;
+  EXPECT_NE(chosen.err.find("cleaned by orvel-16k"), std::string::npos) << chosen.err;
 }
 
 TEST_F(Clean, AttenuationLimitAndSettingsReachTheCleaner) {
@@ -101,41 +122,35 @@ TEST_F(Clean, TheTailIsCleanedWhereDigitalSilenceIsSkipped) {
   EXPECT_LT(powerDb(load(dir_.file("out.wav")).samples), -90.0);
 }
 
-TEST_F(Clean, WarningsOfSettingsAreShownOnce) {
+TEST_F(Clean, SaysOnlyWhatItIsAskedFor) {
   save(dir_.file("in.wav"), speech(16000, 0.3, 2));
-  const Result result = run({"clean", "--model", "orvel-16k", "--set", "ORVEL_SMOOT_COEF_v0_0_2=7",
-                             "--set", "ORVEL_TYPO=1", dir_.file("in.wav"), dir_.file("out.wav")});
-  EXPECT_EQ(result.code, 0);
+  const auto words = [&](const std::string& option) {
+    const Result result =
+        run({"clean", option, "-f", "--model", "orvel-16k", "--set", "ORVEL_SMOOT_COEF_v0_0_2=7",
+             "--set", "ORVEL_TYPO=1", dir_.file("in.wav"), dir_.file("out.wav")});
+    EXPECT_EQ(result.code, 0) << result.err;
+    return result.err;
+  };
+  EXPECT_EQ(words("--quiet"), "");
+  const std::string usual = words("-j1");
   const std::string warning = "WARNING OF SMOOTH COEF";
-  const size_t first = result.err.find(warning);
-  ASSERT_NE(first, std::string::npos) << result.err;
-  EXPECT_EQ(result.err.find(warning, first + 1), std::string::npos) << result.err;
-  EXPECT_NE(result.err.find("ORVEL_TYPO: no cleaner reads this key"), std::string::npos);
-  EXPECT_EQ(result.err.find("ENVIRONMENT"), std::string::npos) << "echo shown without --verbose";
+  EXPECT_NE(usual.find(warning), std::string::npos) << usual;
+  EXPECT_EQ(usual.find(warning), usual.rfind(warning)) << "once for both channels: " << usual;
+  EXPECT_NE(usual.find("ORVEL_TYPO: no cleaner reads this key"), std::string::npos) << usual;
+  EXPECT_EQ(usual.find("ENVIRONMENT"), std::string::npos) << usual;
+  EXPECT_EQ(usual.find("cleaned "), std::string::npos) << usual;
+  EXPECT_NE(words("--verbose").find("x real time"), std::string::npos);
+  EXPECT_EQ(run({"clean", "-q", "-v", "a", "b"}).code, 2);
 }
 
-TEST_F(Clean, ConstructedGateLowersSteadyNoiseAndKeepsSpeech) {
-  // Six seconds of faint hiss with loud speech in the last two.
-  Sound in{16000, 1, SF_FORMAT_WAV | SF_FORMAT_PCM_16, {}};
-  uint32_t state = 1;
-  for (int i = 0; i < 96000; ++i) {
-    state = state * 1664525U + 1013904223U;
-    in.samples.push_back(static_cast<float>(static_cast<int32_t>(state)) * 0x1p-31F * 0.01F);
-  }
-  const Sound voice = speech(16000, 2.0);
-  for (size_t i = 0; i < voice.samples.size(); ++i)
-    in.samples[64000 + i] += voice.samples[i];
-  save(dir_.file("in.wav"), in);
-  const Result result =
-      orvel(dir_, {"clean", "--model", ORVEL_GATE, dir_.file("in.wav"), dir_.file("out.wav")});
-  ASSERT_EQ(result.code, 0) << result.err;
-  const Sound out = load(dir_.file("out.wav"));
-  const auto part = [](const Sound& sound, size_t from, size_t to) {
-    return std::vector<float>(sound.samples.begin() + static_cast<std::ptrdiff_t>(from),
-                              sound.samples.begin() + static_cast<std::ptrdiff_t>(to));
-  };
-  EXPECT_LT(powerDb(part(out, 48000, 63000)), powerDb(part(in, 48000, 63000)) - 6.0);
-  EXPECT_GT(powerDb(part(out, 65000, 96000)), powerDb(part(in, 65000, 96000)) - 6.0);
+TEST(ProgressText, SaysHowLongItWillTake) {
+  using ORVEL::TOOLS::progressText;
+  EXPECT_EQ(progressText(30.0, 120.0, 25.0),
+            "[#######.......................]  25%  1.2 x real time  1:15 left");
+  EXPECT_EQ(progressText(1.0, 7201.0, 1.5),
+            "[..............................]   0%  0.7 x real time  3:00:00 left");
+  EXPECT_EQ(progressText(9.0, 8.0, 2.0), "[##############################] 100%  4.5 x real time");
+  EXPECT_EQ(progressText(3.0, {}, 2.0), "3.0 s  1.5 x real time");
 }
 
 }  // namespace

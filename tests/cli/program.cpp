@@ -15,6 +15,28 @@
 namespace orvel_test {
 namespace {
 
+// Starts a program with the standard streams on files.
+pid_t startProgram(const TempDir& dir, std::vector<std::string> words) {
+  const pid_t child = fork();
+  if (child != 0) {
+    return child;
+  }
+  std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
+  for (std::string& word : words) {
+    pointers.push_back(word.data());
+  }
+  pointers.push_back(nullptr);
+  const std::string in = dir.file(".stdin");
+  dup2(open(in.c_str(), O_RDONLY | O_CREAT, 0600), 0);
+  dup2(open(dir.file(".stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
+  dup2(open(dir.file(".stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+  execv(pointers.front(), pointers.data());
+  _exit(127);
+}
+
+}  // namespace
+
 std::string slurp(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   std::ostringstream bytes;
@@ -22,24 +44,10 @@ std::string slurp(const std::string& path) {
   return bytes.str();
 }
 
-}  // namespace
-
 pid_t start(const TempDir& dir, const std::vector<std::string>& arguments) {
-  const pid_t child = fork();
-  if (child != 0) return child;
   std::vector<std::string> words = {ORVEL_CLI};
   words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<char*> pointers;
-  pointers.reserve(words.size() + 1);
-  for (std::string& word : words)
-    pointers.push_back(word.data());
-  pointers.push_back(nullptr);
-  const std::string in = dir.file(".stdin");
-  dup2(open(in.c_str(), O_RDONLY | O_CREAT, 0600), 0);
-  dup2(open(dir.file(".stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
-  dup2(open(dir.file(".stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
-  execv(ORVEL_CLI, pointers.data());
-  _exit(127);
+  return startProgram(dir, words);
 }
 
 Result finish(const TempDir& dir, pid_t child) {
@@ -53,6 +61,12 @@ Result orvel(const TempDir& dir, const std::vector<std::string>& arguments,
              const std::string& input) {
   dir.write(".stdin", input);
   return finish(dir, start(dir, arguments));
+}
+
+Result shell(const TempDir& dir, const std::string& script) {
+  dir.write(".stdin", "");
+  const std::string front = "cd '" + dir.path() + "'; ORVEL='" ORVEL_CLI "'; ";
+  return finish(dir, startProgram(dir, {"/bin/bash", "-c", front + script}));
 }
 
 void save(const std::string& path, const Sound& sound) {
@@ -70,7 +84,9 @@ void save(const std::string& path, const Sound& sound) {
 Sound load(const std::string& path) {
   SF_INFO info{};
   SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-  if (file == nullptr) return {};
+  if (file == nullptr) {
+    return {};
+  }
   Sound sound{info.samplerate, info.channels, info.format, {}};
   sound.samples.resize(static_cast<size_t>(info.frames * info.channels));
   sf_readf_float(file, sound.samples.data(), info.frames);
@@ -121,15 +137,17 @@ int bestLag(const std::vector<float>& original, const std::vector<float>& other,
 
 double powerDb(const std::vector<float>& samples) {
   double sum = 1e-20;
-  for (float x : samples)
+  for (float x : samples) {
     sum += static_cast<double>(x) * static_cast<double>(x);
+  }
   return 10.0 * std::log10(sum / static_cast<double>(std::max<size_t>(samples.size(), 1)));
 }
 
 double snrDb(const std::vector<float>& original, const std::vector<float>& other) {
   std::vector<float> difference(std::min(original.size(), other.size()));
-  for (size_t i = 0; i < difference.size(); ++i)
+  for (size_t i = 0; i < difference.size(); ++i) {
     difference[i] = original[i] - other[i];
+  }
   return powerDb(original) - powerDb(difference);
 }
 
@@ -139,6 +157,7 @@ CliTest::CliTest() : models_(dir_.file("models")) {
   addModel("orvel-16k", makeAllPass(16000));
   addModel("orvel-32k", makeAllPass(32000));
   addModel("orvel-vad", makeVadModel());
+  setenv("ORVEL_MODEL_DIR", models_.c_str(), 1);
 }
 
 void CliTest::addModel(const std::string& name, const TestModel& model, const std::string& keys) {
@@ -146,8 +165,7 @@ void CliTest::addModel(const std::string& name, const TestModel& model, const st
   dir_.write("models/" + name + ".ctl", "WEIGHT " + name + ".bin\n" + keys);
 }
 
-Result CliTest::run(std::vector<std::string> arguments, const std::string& input) {
-  arguments.insert(arguments.begin() + 1, {"--model-dir", models_});
+Result CliTest::run(const std::vector<std::string>& arguments, const std::string& input) {
   return orvel(dir_, arguments, input);
 }
 
