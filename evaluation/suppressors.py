@@ -13,8 +13,8 @@ import time
 
 import numpy as np
 
-from evaluation.metrics import lag_of, resample
-from evaluation.orvel import Library
+from orvel import Library
+from training.measures import lag_of, resample
 
 TAIL_SECONDS = 0.25
 
@@ -84,14 +84,14 @@ class Unprocessed(Suppressor):
 
 
 class Orvel(Suppressor):
-    """One of our models, 10 ms frames through the exports."""
+    """One of our models at its own rate or another, 10 ms frames through the exports."""
 
     neural = True
 
-    def __init__(self, library: Library, model: str, rate: int):
+    def __init__(self, library: Library, model: str, rate: int | None = None):
         super().__init__()
-        self.library, self.name, self.rate = library, model, rate
-        with library.cleaner(rate, model) as session:
+        self.library, self.name, self.rate = library, model, rate or library.model(model).rate
+        with library.cleaner(self.rate, model) as session:
             self.lag = session.latency
 
     def _stream(self, wave: np.ndarray) -> np.ndarray:
@@ -128,10 +128,7 @@ class RNNoise(Suppressor):
         state = self.lib.rnnoise_create(None)
         source, target, step = scaled.ctypes.data, out.ctypes.data, self.FRAME * 4
         self.probabilities = np.array(
-            [
-                self.lib.rnnoise_process_frame(state, target + k * step, source + k * step)
-                for k in range(frames)
-            ]
+            [self.lib.rnnoise_process_frame(state, target + k * step, source + k * step) for k in range(frames)]
         )
         self.lib.rnnoise_destroy(state)
         return out[: len(wave)] / np.float32(32768.0)
@@ -149,9 +146,7 @@ class WebRTC(Suppressor):
         frames = -(-len(wave) // 160)
         scaled = np.pad(wave * 32768.0, (0, frames * 160 - len(wave)))
         data = np.clip(np.rint(scaled), -32768, 32767).astype("<i2").tobytes()
-        out = b"".join(
-            processor.Process10ms(data[at : at + 320]).audio for at in range(0, len(data), 320)
-        )
+        out = b"".join(processor.Process10ms(data[at : at + 320]).audio for at in range(0, len(data), 320))
         return np.frombuffer(out, "<i2")[: len(wave)].astype(np.float32) / 32768.0
 
 

@@ -10,7 +10,7 @@ from pathlib import Path
 
 import numpy as np
 
-from evaluation import changing, quality, stress, voice
+from evaluation import quality, segments, stability, voice
 from evaluation.detectors import (
     OrvelDetector,
     RNNoiseDetector,
@@ -19,25 +19,36 @@ from evaluation.detectors import (
     VoiceDetector,
     WebRTCDetector,
 )
-from evaluation.metrics import OverallOpinion
 from evaluation.networks import GTCRN, NSNet2
-from evaluation.orvel import Library
 from evaluation.pairs import Pair, PairFiles
 from evaluation.suppressors import Orvel, RNNoise, Speex, Suppressor, Unprocessed, WebRTC
+from orvel import Library, Model
 
-VOICE_MODEL = "orvel-vad"
 MAIN_RATE = 16000
 
 
-def rate_of(model: str) -> int:
-    """A noise-cleaning model's own rate, by its name."""
-    return {"orvel-8k": 8000, "orvel-32k": 32000}.get(model, MAIN_RATE)
+def open_library(file: Path, folder: Path) -> Library:
+    """The library with every model of the folder; raises OSError or OrvelError with what is wrong."""
+    library = Library(folder, file=file)
+    for control in sorted(folder.glob("*.ctl")):
+        library.load(control.stem)
+    if not library.models():
+        raise FileNotFoundError(f"no models (*.ctl) in {folder}")
+    return library
 
 
-def models_in(directory: Path) -> list[str]:
-    """The models of a directory; the default first, then by name."""
-    names = [path.stem for path in directory.glob("*.ctl")]
-    return sorted(names, key=lambda name: (name != "orvel-16k", name))
+def detectors(models: list[Model]) -> list[Model]:
+    """The voice-activity models."""
+    return [model for model in models if model.kind == "detector"]
+
+
+def cleaners(models: list[Model], rate: int | None = None, older: bool = False) -> list[Model]:
+    """The noise-cleaning models of the newest version, or of `older` ones, largest first; at one `rate` or any."""
+    versions = {model.name: tuple(map(int, model.version.split("."))) for model in models if model.kind == "cleaner"}
+    newest = max(versions.values(), default=())
+    found = [model for model in models if model.name in versions and older == (versions[model.name] != newest)]
+    found = [model for model in found if rate in (None, model.rate)]
+    return sorted(found, key=lambda model: (versions[model.name], -model.weights, model.name))
 
 
 def peers_at(rate: int) -> list[type | object]:
@@ -53,29 +64,24 @@ def peers_at(rate: int) -> list[type | object]:
 class Workshop:
     """Everything one process needs; systems are made when first asked for."""
 
-    def __init__(self, library: Path, models: Path):
-        self.library = Library(library, models)
-        self.models = models_in(models)
-        for model in self.models:
-            self.library.load(model)
+    def __init__(self, library: Path, models: Path, command: Path):
+        self.library, self.command = open_library(library, models), command
+        self.models = self.library.models()
         self._suppressors: dict[tuple[int, bool], list[Suppressor]] = {}
         self._detectors: list[VoiceDetector] = []
-        self._opinion: OverallOpinion | None = None
+        self._opinion: quality.OverallOpinion | None = None
 
     def orvel(self, model: str) -> Orvel:
         """A suppressor that runs `model` at its own rate."""
-        return Orvel(self.library, model, rate_of(model))
-
-    def cleaners(self, rate: int) -> list[str]:
-        """Our noise-cleaning models whose own rate is `rate`."""
-        return [m for m in self.models if m != VOICE_MODEL and rate_of(m) == rate]
+        return Orvel(self.library, model)
 
     def suppressors(self, rate: int, peers: bool, speech: np.ndarray) -> list[Suppressor]:
-        """Ours at `rate`, with `peers` the unprocessed wave and the others' too, all calibrated."""
+        """Ours at `rate` with the unprocessed wave and the others, or without `peers` our older versions;
+        all calibrated."""
         key = (rate, peers)
         if key not in self._suppressors:
-            ours = [m for m in self.cleaners(rate) if peers != m.startswith("orvel-ff")]
-            systems: list[Suppressor] = [self.orvel(model) for model in ours]
+            ours = cleaners(self.models, rate, older=not peers)
+            systems: list[Suppressor] = [self.orvel(model.name) for model in ours]
             if peers:
                 systems = [Unprocessed(rate), *systems, *(make() for make in peers_at(rate))]
             for system in systems:
@@ -86,26 +92,26 @@ class Workshop:
     def detectors(self) -> list[VoiceDetector]:
         """Ours and the others."""
         if not self._detectors:
-            ours = [OrvelDetector(self.library, VOICE_MODEL)] if VOICE_MODEL in self.models else []
+            ours = [OrvelDetector(self.library, model.name) for model in detectors(self.models)]
             others = [RNNoiseDetector(), SileroDetector(), TenDetector(), WebRTCDetector()]
             self._detectors = [*ours, *others]
         return self._detectors
 
     @property
-    def opinion(self) -> OverallOpinion:
+    def opinion(self) -> quality.OverallOpinion:
         """The opinion network, loaded on first use."""
         if self._opinion is None:
-            self._opinion = OverallOpinion()
+            self._opinion = quality.OverallOpinion()
         return self._opinion
 
 
 workshop: Workshop | None = None
 
 
-def open_workshop(library: Path, models: Path) -> None:
+def open_workshop(library: Path, models: Path, command: Path) -> None:
     """Prepares this process; called once before any task."""
     global workshop
-    workshop = Workshop(library, models)
+    workshop = Workshop(library, models, command)
 
 
 def pair_task(files: PairFiles, speech: PairFiles, peers: bool) -> dict:
@@ -131,17 +137,23 @@ def voice_task(files: PairFiles) -> dict:
     return {"labels": labels, "scores": scores, "cpu": cpu, "seconds": seconds, "thresholds": thresholds}
 
 
+def segments_task(files: PairFiles) -> dict:
+    """Segments of one stream, by the command and by Silero, counted against its labels."""
+    options = ["--model-dir", str(workshop.library.folder)]
+    return segments.count_stream(files.load(), workshop.command, options)
+
+
 def stress_task(model: str) -> list[dict]:
     """All stress signals through one noise-cleaning model."""
     system = workshop.orvel(model)
-    waves = stress.signals(system.rate)
-    return [asdict(stress.run(system, name, wave.astype(np.float32))) for name, wave in waves.items()]
+    waves = stability.signals(system.rate)
+    return [asdict(stability.run(system, name, wave.astype(np.float32))) for name, wave in waves.items()]
 
 
 def voice_stress_task(model: str) -> list[dict]:
     """All stress signals through a detector: scores stay finite and in their range."""
     rows = []
-    for name, wave in stress.signals(MAIN_RATE).items():
+    for name, wave in stability.signals(MAIN_RATE).items():
         with workshop.library.detector(MAIN_RATE, model) as session:
             scores = session.process(wave.astype(np.float32))
         finite = bool(np.all(np.isfinite(scores)))
@@ -152,19 +164,19 @@ def voice_stress_task(model: str) -> list[dict]:
 def changing_task(model: str, files: list[PairFiles], seconds: float) -> list[dict]:
     """A long stream of changing noise and level through one model."""
     system = workshop.orvel(model)
-    parts = changing.pieces([f.load() for f in files], seconds)
-    return changing.summary(changing.compare(system, parts))
+    parts = stability.pieces([f.load() for f in files], seconds)
+    return stability.summary(stability.compare(system, parts))
 
 
 def wide_band_task(files: PairFiles, speech: PairFiles, hertz: float = 8000.0) -> list[dict]:
     """Level above `hertz` of a clean wave before and after; nothing for a wave without such a band."""
     pair = files.load()
-    before = stress.level_above(pair.clean, pair.rate, hertz)
-    whole = stress.level_above(pair.clean, pair.rate, 0.0)
+    before = stability.level_above(pair.clean, pair.rate, hertz)
+    whole = stability.level_above(pair.clean, pair.rate, 0.0)
     if before < whole - 40.0:
         return []
     rows = []
-    shown = {*workshop.cleaners(pair.rate), RNNoise.name}
+    shown = {RNNoise.name, *(model.name for model in cleaners(workshop.models, pair.rate))}
     for system in workshop.suppressors(pair.rate, True, speech.load().clean):
         if system.name not in shown:
             continue
@@ -174,8 +186,8 @@ def wide_band_task(files: PairFiles, speech: PairFiles, hertz: float = 8000.0) -
                 "pair": pair.name,
                 "system": system.name,
                 "before": before - whole,
-                "after": stress.level_above(out, pair.rate, hertz) - whole,
-                "whole": stress.level_above(out, pair.rate, 0.0) - whole,
+                "after": stability.level_above(out, pair.rate, hertz) - whole,
+                "whole": stability.level_above(out, pair.rate, 0.0) - whole,
             }
         )
     return rows

@@ -1,7 +1,9 @@
-"""The demo's recording: read speech from a Debian package, mixed here with ventilation noise.
+"""The demo's recording, and what is measured on it once it is cleaned.
 
-Both are reproducible: the speech is installed by scripts/setup, the noise comes from a fixed seed.
+Read speech from a Debian package, mixed here with ventilation noise. Both are reproducible: the speech is
+installed by scripts/setup, the noise comes from a fixed seed.
 """
+
 import wave
 from pathlib import Path
 
@@ -77,3 +79,30 @@ def make(snr_db):
     speech = load_speech()
     noise = ventilation(len(speech)) * SPEECH_RMS * 10.0 ** (-snr_db / 20.0)
     return speech, speech + noise
+
+
+def power_db(samples):
+    return 10.0 * np.log10(np.mean(np.square(samples)) + 1e-12)
+
+
+def pauses(speech, after=1.0, frame=320):
+    """True between the words, with a distance of one frame to speech, from `after` seconds on."""
+    active = speaking(speech, threshold_db=-40.0, frame=frame)
+    near = active.copy()
+    near[frame:] |= active[:-frame]
+    near[:-frame] |= active[frame:]
+    near[: int(after * RATE)] = True
+    return ~near
+
+
+def noise_reduction_db(speech, noisy, cleaned):
+    """By how much the power between the words falls."""
+    between = pauses(speech)
+    return power_db(noisy[between]) - power_db(cleaned[between])
+
+
+def speech_change_db(speech, cleaned):
+    """Level of the original speech that is left in the cleaned file: projection on the original."""
+    active = speaking(speech)
+    gain = np.dot(cleaned[active], speech[active]) / np.dot(speech[active], speech[active])
+    return 20.0 * np.log10(abs(gain) + 1e-12)

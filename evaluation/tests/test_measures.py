@@ -3,10 +3,10 @@
 import numpy as np
 import pytest
 
-from evaluation import metrics
+from training import measures
 
 RATE = 16000
-FRAME = int(RATE * metrics.FRAME_SECONDS)
+FRAME = int(RATE * measures.FRAME_SECONDS)
 
 
 def noise(seconds: float, seed: int) -> np.ndarray:
@@ -25,20 +25,20 @@ def test_si_sdr_is_the_ratio_of_orthogonal_parts_at_any_scale(decibels, scale):
     clean, other = noise(2, 1), noise(2, 2)
     other -= np.dot(other, clean) / np.dot(clean, clean) * clean
     other *= np.linalg.norm(clean) / np.linalg.norm(other) * 10.0 ** (-decibels / 20.0)
-    assert metrics.si_sdr(scale * (clean + other), clean) == pytest.approx(decibels, abs=0.01)
+    assert measures.si_sdr(scale * (clean + other), clean) == pytest.approx(decibels, abs=0.01)
 
 
 @pytest.mark.parametrize("lowered_by, share", [(6.0, 0.0), (11.0, 0.0), (13.0, 0.25), (40.0, 0.25)])
 def test_cut_share_counts_lowered_speech_frames(lowered_by, share):
-    clean = noise(100 * metrics.FRAME_SECONDS, 3)
+    clean = noise(100 * measures.FRAME_SECONDS, 3)
     out = clean.copy()
     out[: 25 * FRAME] *= 10.0 ** (-lowered_by / 20.0)
-    assert metrics.cut_share(out, clean, RATE) == pytest.approx(share, abs=0.011)
+    assert measures.cut_share(out, clean, RATE) == pytest.approx(share, abs=0.011)
 
 
 def test_cut_share_ignores_pauses():
     clean = talk()
-    assert metrics.cut_share(np.where(clean == 0.0, 0.0, clean), clean, RATE) == 0.0
+    assert measures.cut_share(np.where(clean == 0.0, 0.0, clean), clean, RATE) == 0.0
 
 
 def test_pause_attenuation_measures_the_pauses_alone():
@@ -46,16 +46,16 @@ def test_pause_attenuation_measures_the_pauses_alone():
     noisy = clean + noise(4.0, 5) * 0.1
     out = np.where(clean == 0.0, noisy * 10.0 ** (-18.0 / 20.0), noisy * 0.01)
     # Half a second is no whole number of frames: those on the border count as speech.
-    assert metrics.pause_attenuation(out, noisy, clean, RATE) == pytest.approx(18.0, abs=0.1)
-    assert metrics.pause_attenuation(np.zeros_like(noisy), noisy, clean, RATE) == pytest.approx(80.0, abs=0.1)
-    assert np.isnan(metrics.pause_attenuation(noisy, noisy, noise(4.0, 6), RATE))
+    assert measures.pause_attenuation(out, noisy, clean, RATE) == pytest.approx(18.0, abs=0.1)
+    assert measures.pause_attenuation(np.zeros_like(noisy), noisy, clean, RATE) == pytest.approx(80.0, abs=0.1)
+    assert np.isnan(measures.pause_attenuation(noisy, noisy, noise(4.0, 6), RATE))
 
 
 @pytest.mark.parametrize("lag", [0, 1, 96, 496, 1599])
 def test_lag_is_found_through_added_noise_and_filtering(lag):
     wave = np.convolve(noise(2.0, 7), [0.6, 0.3, 0.1])[: 2 * RATE]
     late = np.concatenate([np.zeros(lag), wave])[: len(wave)] * 0.3 + noise(2.0, 8) * 0.02
-    assert metrics.lag_of(late, wave, 1600) == lag
+    assert measures.lag_of(late, wave, 1600) == lag
 
 
 def test_intelligibility_and_quality_fall_with_noise():
@@ -66,7 +66,7 @@ def test_intelligibility_and_quality_fall_with_noise():
         clean = vowels(rate)
         other = np.random.default_rng(1).standard_normal(len(clean)) * np.std(clean)
         slightly, heavily = clean + 0.03 * other, clean + other
-        for measure in (metrics.pesq, metrics.stoi):
+        for measure in (measures.pesq, measures.stoi):
             assert measure(clean, clean, rate) > measure(slightly, clean, rate)
             assert measure(slightly, clean, rate) > measure(heavily, clean, rate)
-    assert metrics.stoi(clean, clean, rate) == pytest.approx(1.0, abs=1e-6)
+    assert measures.stoi(clean, clean, rate) == pytest.approx(1.0, abs=1e-6)
