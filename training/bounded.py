@@ -1,4 +1,4 @@
-"""Long hostile inputs through a model's emulated chain: ``python -m training.bounded --config F --weights F``.
+"""Long hostile inputs through a model's emulated chain: ``python -m training.bounded --weights NAME.bin``.
 
 Prints for 60 s each of silence, full-scale noise, faint noise, tone, square wave, clicks at several
 densities, DC and bursts the largest state of the first and of the last half and the largest output;
@@ -12,17 +12,16 @@ import os
 os.environ.setdefault("XLA_FLAGS", "--xla_cpu_multi_thread_eigen=false intra_op_parallelism_threads=1")
 
 import argparse
-import tomllib
+import sys
 
 import jax
 import numpy as np
 
+from training import InputError
 from training.detector import FRAME, DetectorModel
-from training.kinds import make_model
-from training.level import HOP, REFERENCE, levelled
+from training.level import HOP, REFERENCE, RescaleTracker, frame_energies, levelled
+from training.model import load_exported
 from training.synth import single_clicks
-from training.tracker import RescaleTracker, frame_energies
-from training.weights_file import read_weights
 
 SECONDS = 60
 
@@ -86,16 +85,15 @@ def largest_values(model, params: dict, stats: dict, wave: np.ndarray) -> tuple[
 
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--config", required=True)
     parser.add_argument("--weights", required=True)
     args = parser.parse_args()
-    with open(args.config, "rb") as handle:
-        config = tomllib.load(handle)
-    model = make_model(config)
-    params, stats = model.from_entries(read_weights(args.weights))
+    try:
+        loaded = load_exported(args.weights)
+    except InputError as error:
+        sys.exit(f"bounded: {error}")
     failed = False
-    for name, wave in hostile_inputs(config["model"]["sample_rate"]).items():
-        first, last, loudest = largest_values(model, params, stats, wave)
+    for name, wave in hostile_inputs(loaded.rate).items():
+        first, last, loudest = largest_values(loaded.model, loaded.params, loaded.stats, wave)
         bad = not np.isfinite(first + last + loudest) or last > 2.0 * first + 1.0
         failed |= bad
         print(f"{name:19s} state {first:8.2f} then {last:8.2f}  output {loudest:9.1f}{'  UNBOUNDED' if bad else ''}")

@@ -1,39 +1,30 @@
 """Model cards: ``python -m training.card --config FILE --weights FILE --metrics FILE --command TEXT``.
 
-Writes NAME.md beside the weight file. Size, latency and training time come from the files; the
-metrics are the recorded output of the command that the card names.
+Writes NAME.md beside the weight file. Size, latency and training time come from the files, sources and
+licences from NAME.sources.md, which training writes; the metrics are the recorded output of the command
+that the card names.
 """
 
 from __future__ import annotations
 
 import argparse
 import csv
-import tomllib
+import sys
 from pathlib import Path
 
 import numpy as np
 
+from training import InputError
+from training.configuration import load_config
+from training.sources import read_sources
 from training.weights_file import read_weights
 
 LATENCY_MS = {32: 31, 30: 25}  # of the cleaner at calls of 10 ms, by frame length
 
-SOURCES = """Speech: speechocean762 (CC BY 4.0), AN4 (BSD-2-Clause, Copyright (c) 1991-2005 Carnegie Mellon University),
-Picovoice speech-to-intent-benchmark (Apache-2.0), Saarbruecken Voice Database (CC BY 4.0, M. Pützer, W. J. Barry,
-Saarland University, DOI 10.5281/zenodo.16874898), the voices Kerstin, Kathleen, Nathalie and Thorsten (CC0-1.0),
-the Asterisk prompts in Russian (CC BY 3.0, Maxim Topal, ivrvoice.ru) and Italian (CC BY 3.0, recorded by Carlo
-Flora, translated by Silvia Petrin). Noise: single clips of ESC-50 that are CC0 or CC BY 3.0 (K. J. Piczak, 2015,
-and the authors of the recordings), sounds of Blanket, Noisekun and the MAX audio classifier's samples (CC0, CC BY
-or public domain, file by file), the background noises of Speech Commands v0.02 (CC BY 4.0, Pete Warden), keystroke
-recordings of Keystroke-Datasets (MIT, Copyright (c) 2023 Josh). Rooms: OpenAIR responses (CC BY, openairlib.net,
-University of York; Spokane Woman's Club by James Cadwallader), a kitchen of the web audio samples (Apache-2.0,
-Google LLC), a seminar room (CC0-1.0, spatialaudio), and synthetic rooms. Generated: coloured and modulated noise,
-hum, fans, clicks, tones, babble of the training speakers. None of the recordings is part of this repository."""
-
 LIMITS = {
-    "clean": """Trained on some two hours of speech of about 700 speakers, most of them reading English, many of them
-not natively, some German, Russian and Italian; other languages work as far as they sound alike. Voices in the
-background count as noise only when they are many. Music and singing are treated as noise. Speech that lies below
-the noise loses words; what is left of a noise that resembles speech can be heard as short tones.""",
+    "clean": """Voices in the background count as noise only when they are many. Music and singing are treated as noise.
+Speech that lies below the noise loses words; what is left of a noise that resembles speech can be heard as short
+tones.""",
     "detect": """Scores voices of any kind: a single voice in the background is speech to it. Singing and some animal
 sounds can be taken for speech. The score agrees best with the voice 30 to 60 ms after it; a caller who cuts audio at
 the score should keep 60 ms before it.""",
@@ -56,7 +47,7 @@ def card_text(config: dict, entries: dict, weights: Path, metrics: str, command:
     name, version = config["model"]["name"], entries["Version"]
     detector = version.startswith("VAD")
     rate = entries["SampleRate"]
-    lines = [f"# {name}", "", f"{config['model']['title']}. Version {version}, {rate} Hz.", ""]
+    lines = [f"# {name}", "", f"{config['model'].get('title', 'A model')}. Version {version}, {rate} Hz.", ""]
     lines += ["| | |", "|---|---|"]
     lines += [f"| Weights | {weights_of(entries):,} |", f"| File | {weights.stat().st_size:,} bytes |"]
     if detector:
@@ -64,18 +55,21 @@ def card_text(config: dict, entries: dict, weights: Path, metrics: str, command:
     else:
         frame = entries["FrameLength"] * 1000 // rate
         lines.append(f"| Frame | {frame} ms, every {frame / 2:g} ms |")
-        lines.append(f"| Latency | {LATENCY_MS[frame]} ms at calls of 10 ms, plus rate conversion |")
-        lines.append(f"| Inputs | {entries['WeightNonLinear'][0].shape[0]} per hop, {entries['PreviewFrames']} frame(s) |")
+        if frame in LATENCY_MS:
+            lines.append(f"| Latency | {LATENCY_MS[frame]} ms at calls of 10 ms, plus rate conversion |")
+        inputs, preview = entries["WeightNonLinear"][0].shape[0], entries["PreviewFrames"]
+        lines.append(f"| Inputs | {inputs} per hop, {preview} frame(s) |")
     keys = ", ".join(f"`{k} {v}`" for k, v in config.get("keys", {}).items())
     lines.append(f"| Tuning keys | {keys or 'none'} |")
     if curve is not None:
         with curve.open(newline="") as handle:
             last = list(csv.DictReader(handle))[-1]
         lines.append(f"| Training | {last['update']} updates, {float(last['hours']):.0f} hours of fresh mixes |")
-    lines += ["", "## Data and licences", "", SOURCES, "", "## Measured", ""]
+    lines += ["", "## Data and licences", "", read_sources(weights), "", "## Measured", ""]
     if metrics:
-        lines += ["Through the emulated chain, on speakers and recordings that training did not see; `training.evalset`"]
-        lines += ["makes them (60 pairs of 6 s at 16 kHz, 40 at 8 and 32 kHz, 10 streams for the detector):", ""]
+        lines += ["Through the emulated chain, on speakers and recordings that training did not see;"]
+        lines += ["`training.evalset` makes them (60 pairs of 6 s at 16 kHz, 40 at 8 and 32 kHz, 10 streams for"]
+        lines += ["the detector):", ""]
         lines += ["```", f"$ {command}", metrics.rstrip(), "```", ""]
     judges = {"opinion": "DNSMOS' network (`sig`, `bak`, `ovrl`)", "quality": "an estimate of PESQ (`pesq`)"}
     heard = [text for key, text in judges.items() if any(stage.get(key) for stage in config["stage"])]
@@ -99,13 +93,14 @@ def main() -> None:
     parser.add_argument("--command", default="", help="the command that printed the metrics")
     parser.add_argument("--curve", help="learning curve of the run")
     args = parser.parse_args()
-    with open(args.config, "rb") as handle:
-        config = tomllib.load(handle)
     weights = Path(args.weights)
+    try:
+        config, entries = load_config(args.config), read_weights(weights)
+    except InputError as error:
+        sys.exit(f"card: {error}")
     metrics = Path(args.metrics).read_text() if args.metrics else ""
     curve = Path(args.curve) if args.curve else None
-    text = card_text(config, read_weights(weights), weights, metrics, args.command, curve)
-    weights.with_suffix(".md").write_text(text)
+    weights.with_suffix(".md").write_text(card_text(config, entries, weights, metrics, args.command, curve))
 
 
 if __name__ == "__main__":

@@ -63,6 +63,18 @@ class Shape:
         return compression_matrix(self.used, self.rate).shape[1]
 
 
+def described_frames(entries: dict) -> dict:
+    """Version, rate and frame layout by their names in a configuration, out of a weight file's records."""
+    return {
+        "version": entries["Version"],
+        "sample_rate": entries["SampleRate"],
+        "step": entries["Step"],
+        "first_bin": entries["FiltrBegin"],
+        "end_bin": entries["FiltrEnd"],
+        "preview_frames": entries["PreviewFrames"],
+    }
+
+
 def frames(wave: jax.Array, step: int) -> jax.Array:
     """(streams, (hops + 1) * step) to overlapping frames (streams, hops, 2 * step)."""
     blocks = wave.reshape(wave.shape[0], -1, step)

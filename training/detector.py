@@ -43,6 +43,17 @@ class DetectorModel:
         self.delay = model["label_delay"]
         self.features = pooling_matrix(BINS).shape[1]
 
+    @staticmethod
+    def described(entries: dict) -> dict:
+        """The configuration's section on the model, out of a weight file's records."""
+        return {
+            "version": VERSION,
+            "sample_rate": entries["SampleRate"],
+            "hidden": entries["BaesNonLinear"][0].shape[0],
+            "layers": len(entries["WeightNonLinear"]),
+            "label_delay": 0,
+        }
+
     def mixer(self, pool: Pool, streams: int, seed) -> MinuteMixer:
         return MinuteMixer(pool, streams, seed, FRAME - HOP, self.delay)
 

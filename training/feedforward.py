@@ -70,6 +70,17 @@ class FeedForwardModel:
         self.hidden, self.layers = model["hidden"], model["layers"]
         self.window = (chain.hamming_window if self.traits.hamming else chain.vorbis_window)(self.shape.frame)
 
+    @staticmethod
+    def described(entries: dict) -> dict:
+        """The configuration's section on the model, out of a weight file's records."""
+        return {
+            **chain.described_frames(entries),
+            "compression_rate": entries.get("CompressionRate", 0),
+            "average_frames": entries.get("NATFrameCount", 0),
+            "hidden": entries["BaesNonLinear"][0].shape[0],
+            "layers": len(entries["WeightNonLinear"]),
+        }
+
     def mixer(self, pool: Pool, streams: int, seed) -> StreamMixer:
         """Endless streams out of ``pool``."""
         return StreamMixer(pool, streams, self.step, seed)
@@ -212,8 +223,9 @@ class FeedForwardModel:
         """Parameters and statistics of an exported model of the same shape."""
         params = {}
         for layer in range(len(entries["WeightNonLinear"]) - 1):
-            params[f"A{layer}"], params[f"a{layer}"] = entries["WeightNonLinear"][layer], entries["BaesNonLinear"][layer]
-            params[f"B{layer}"], params[f"b{layer}"] = entries["WeightLinear"][layer], entries["BaesLinear"][layer]
+            for key, bias, kind in (("A", "a", "NonLinear"), ("B", "b", "Linear")):
+                params[f"{key}{layer}"] = entries[f"Weight{kind}"][layer]
+                params[f"{bias}{layer}"] = entries[f"Baes{kind}"][layer]
             if self.traits.feedback:
                 params[f"m{layer}"] = entries["HeadenMultiplier"][layer]
                 params[f"r{layer}"] = entries["HeadenReducer"][layer]

@@ -1,6 +1,6 @@
 """Detection quality of an exported detector beside RNNoise, in one run.
 
-``python -m training.measure_vad --config FILE --weights NAME.bin --streams DIR`` prints the ROC area
+``python -m training.measure_vad --weights NAME.bin --streams DIR`` prints the ROC area
 for every lag of the score from 0 to 80 ms, and for the detector precision, recall and F1 at 0.5 and
 the median onset delay. ``DIR`` comes from ``training.evalset --streams``.
 """
@@ -13,16 +13,15 @@ os.environ.setdefault("XLA_FLAGS", "--xla_cpu_multi_thread_eigen=false intra_op_
 
 import argparse
 import json
-import tomllib
+import sys
 from pathlib import Path
 
 import numpy as np
 import soundfile
 import soxr
 
-from training.kinds import make_model
-from training.stream import calibrated, detect
-from training.weights_file import read_weights
+from training import InputError
+from training.model import calibrated, detect, load_exported
 
 LAGS = range(9)
 
@@ -57,21 +56,22 @@ def rnnoise_voice(wave: np.ndarray) -> np.ndarray:
 
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--config", required=True)
     parser.add_argument("--weights", required=True)
     parser.add_argument("--streams", required=True)
     args = parser.parse_args()
-    with open(args.config, "rb") as handle:
-        model = make_model(tomllib.load(handle))
-    entries = read_weights(args.weights)
-    params, stats = model.from_entries(entries)
+    try:
+        loaded = load_exported(args.weights)
+    except InputError as error:
+        sys.exit(f"measure_vad: {error}")
+    if not loaded.is_detector:
+        sys.exit(f"measure_vad: {args.weights} is no voice detector")
     folder = Path(args.streams)
     labels, scores = [], {"model": [], "rnnoise": []}
     for info in json.loads((folder / "pairs.json").read_text()):
         wave, _ = soundfile.read(folder / f"{info['id']}_noisy.wav", dtype="float32")
         voiced = np.array([c == "1" for c in info["voiced_hops_10ms"]])
         for name, score in (
-            ("model", calibrated(detect(model, params, stats, wave * 32768.0), entries)),
+            ("model", calibrated(detect(loaded.model, loaded.params, loaded.stats, wave * 32768.0), loaded.entries)),
             ("rnnoise", rnnoise_voice(wave * 32768.0)),
         ):
             scores[name].append(np.pad(score, (0, max(0, len(voiced) - len(score))), mode="edge")[: len(voiced)])
@@ -88,7 +88,8 @@ def main() -> None:
     hits = np.sum(active & voiced)
     precision, recall = hits / active.sum(), hits / voiced.sum()
     delays = [d for s, v in zip(scores["model"], labels) for d in onset_delays(s > 0.5, v)]
-    print(f"model at 0.5: precision {precision:.3f}  recall {recall:.3f}  F1 {2 * hits / (active.sum() + voiced.sum()):.3f}")
+    f1 = 2 * hits / (active.sum() + voiced.sum())
+    print(f"model at 0.5: precision {precision:.3f}  recall {recall:.3f}  F1 {f1:.3f}")
     print(f"onset delay: median {np.median(delays):.0f} ms over {len(delays)} onsets; voiced share {voiced.mean():.2f}")
 
 

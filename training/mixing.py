@@ -8,9 +8,9 @@ import numpy as np
 import scipy.fft
 
 from training.corpus import active_rms
+from training.level import RescaleTracker, frame_energies
 from training.pools import Pool, segment_length
 from training.synth import click_train
-from training.tracker import RescaleTracker, frame_energies
 
 # Odds that a stream of clicks lasts for another segment: half a minute in the mean.
 CLICKS_GO_ON = 0.8

@@ -24,6 +24,7 @@ MAPPINGS = (
     (-0.13166888, 1.60915514, -0.39604546),
     (-0.06766283, 1.11546468, 0.04602535),
 )
+LAYOUT = ("NHWC", "HWIO", "NHWC")
 POOLED = (3, 4, 5)  # convolutions followed by a maximum over 2 x 2
 
 
@@ -35,8 +36,9 @@ def load_network() -> dict:
     path = files("speechmos") / "dnsmos_models" / "sig_bak_ovr.onnx"
     graph = onnx.load(str(path)).graph
     values = {v.name: onnx.numpy_helper.to_array(v) for v in graph.initializer}
-    constants = {n.output[0]: onnx.numpy_helper.to_array(n.attribute[0].t) for n in graph.node if n.op_type == "Constant"}
-    values.update(constants)
+    for node in graph.node:
+        if node.op_type == "Constant":
+            values[node.output[0]] = onnx.numpy_helper.to_array(node.attribute[0].t)
     convolutions, dense, transform = [], [], []
     for node in graph.node:
         if node.op_type == "Conv" and len(node.input) == 2:
@@ -77,7 +79,7 @@ def opinion(network: dict, wave: jax.Array) -> jax.Array:
     level = jnp.log(jnp.maximum(power, network["least"])) / network["divisor"]
     x = level[:, :, :, None]
     for index, (kernel, bias) in enumerate(network["convolutions"]):
-        x = jax.lax.conv_general_dilated(x, kernel, (1, 1), ((1, 1), (1, 1)), dimension_numbers=("NHWC", "HWIO", "NHWC"))
+        x = jax.lax.conv_general_dilated(x, kernel, (1, 1), ((1, 1), (1, 1)), dimension_numbers=LAYOUT)
         x = jax.nn.relu(x + bias)
         if index in POOLED:
             # As reshaped maxima: their gradient is far cheaper than that of a window reduction.

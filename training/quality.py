@@ -30,8 +30,9 @@ HALF_SYLLABLE = 10  # frames of 16 ms
 WORST_FRAME = 45.0
 MOST_GAIN = 1.25  # of power, to a frame that is too soft; 5 in P.862
 LEAST_TONE = 0.8  # of power, from a band that is too soft throughout; 0.01 in P.862
-# A telephone's handset: Hz and dB.
-HANDSET = ((50, -40), (100, -20), (200, -6), (300, -1), (500, 2), (1000, 4), (2000, 6), (3000, 6), (3400, 3), (4000, -20))
+# A telephone's handset.
+HANDSET_HZ = (50, 100, 200, 300, 500, 1000, 2000, 3000, 3400, 4000)
+HANDSET_DB = (-40, -20, -6, -1, 2, 4, 6, 6, 3, -20)
 
 
 @dataclass(frozen=True)
@@ -53,8 +54,7 @@ def _listening(freq: np.ndarray, rate: int) -> np.ndarray:
     """Power gain before the ear: a handset at 8 kHz, else headphones with a high-pass at 100 Hz."""
     if rate > 8000:
         return 7.94 * freq**4 / (freq**4 + 100.0**4)
-    points = np.array(HANDSET, float)
-    return 10.0 ** (0.1 * np.interp(np.log2(np.maximum(freq, 1.0)), np.log2(points[:, 0]), points[:, 1]))
+    return 10.0 ** (0.1 * np.interp(np.log2(np.maximum(freq, 1.0)), np.log2(HANDSET_HZ), HANDSET_DB))
 
 
 @cache

@@ -9,8 +9,8 @@ import numpy as np
 from training import chain, losses
 from training.adapt import adapt, widen
 from training.mixing import Batch, StreamMixer
-from training.pools import Pool
 from training.network import init_recurrent, recurrent_entries, recurrent_params, run_recurrent
+from training.pools import Pool
 
 VERSION = "0.0.5"
 
@@ -38,6 +38,16 @@ class RecurrentModel:
             chain.compression_matrix(self.shape.used, self.shape.rate), axis=0
         )
         self.above = (centres > 8000.0).astype(np.float32)
+
+    @staticmethod
+    def described(entries: dict) -> dict:
+        """The configuration's section on the model, out of a weight file's records."""
+        return {
+            **chain.described_frames(entries),
+            "compression_rate": entries.get("CompressionRate", 2),
+            "hidden": entries["BaesNonLinear"][0].shape[0],
+            "layers": len(entries["WeightNonLinear"]),
+        }
 
     def mixer(self, pool: Pool, streams: int, seed) -> StreamMixer:
         """Endless streams out of ``pool``."""

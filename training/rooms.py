@@ -5,9 +5,8 @@ from __future__ import annotations
 import numpy as np
 
 SPEED_OF_SOUND = 343.0
-# The target of training keeps this much of the response: full to the first time, gone at the second.
-EARLY_FULL_S = 0.035
-EARLY_END_S = 0.085
+# Full up to the first time and gone at the second, in seconds: the direct sound and early reflections.
+EARLY = (0.035, 0.085)
 
 
 def room_response(rng: np.random.Generator, rate: int) -> np.ndarray:
@@ -78,9 +77,9 @@ def _tail(rng, t60, rate, length):
     return low * np.exp(-6.9 * time / t60) + high * np.exp(-6.9 * time / (t60 * rng.uniform(0.4, 0.9)))
 
 
-def early_part(response: np.ndarray, rate: int) -> np.ndarray:
-    """The response with everything after the early reflections faded out."""
-    full, end = int(EARLY_FULL_S * rate), int(EARLY_END_S * rate)
+def faded(response: np.ndarray, rate: int, fade: tuple[float, float]) -> np.ndarray:
+    """The response in full up to ``fade[0]`` seconds, gone at ``fade[1]``."""
+    full, end = (int(seconds * rate) for seconds in fade)
     out = response[:end].copy()
     if len(out) > full:
         ramp = np.arange(len(out) - full) / (end - full)
@@ -91,12 +90,18 @@ def early_part(response: np.ndarray, rate: int) -> np.ndarray:
 class RoomBank:
     """Measured responses and a set of synthetic ones, drawn at random."""
 
-    def __init__(self, measured: list[np.ndarray], rng: np.random.Generator, rate: int, count: int = 200):
-        self._responses = [room_response(rng, rate) for _ in range(count)]
-        self._measured = measured
+    def __init__(self, measured: dict[str, list], rate: int, count: int = 200):
+        """``measured`` holds the responses of every measured room by its name."""
+        self._responses: list = [None] * count
+        self._measured = list(measured.values())
         self.rate = rate
 
     def draw(self, rng: np.random.Generator) -> np.ndarray:
-        """One response; one in eight is a measured room when there are any."""
-        bank = self._measured if self._measured and rng.random() < 0.125 else self._responses
-        return bank[rng.integers(len(bank))]
+        """One response; one in eight is measured when there are any, every measured room as often."""
+        if self._measured and rng.random() < 0.125:
+            room = self._measured[rng.integers(len(self._measured))]
+            return room[rng.integers(len(room))]
+        at = rng.integers(len(self._responses))
+        if self._responses[at] is None:
+            self._responses[at] = room_response(rng, self.rate)
+        return self._responses[at]

@@ -8,7 +8,7 @@ import soxr
 
 from training.corpus import Clip, Corpus, active_rms
 from training.plain import plain_noise, plain_voice
-from training.rooms import RoomBank, early_part
+from training.rooms import RoomBank, faded
 from training.synth import coloured, generated_noise
 
 POOL_RMS = 3000.0  # level of a stored segment, in 16-bit units
@@ -36,14 +36,25 @@ def change_speed(samples: np.ndarray, factor: float) -> np.ndarray:
 
 
 class SegmentMaker:
-    """Draws augmented segments of a fixed length from the sources of one split; a share stays ``plain``."""
+    """Draws augmented segments of a fixed length from the sources of one split; a share stays ``plain``.
 
-    def __init__(self, corpus: Corpus, count: int, rng: np.random.Generator, plain: float = 0.0):
-        self.plain = plain
+    The target of reverberant speech keeps the whole room, or what ``room_fade`` leaves of it: full up to
+    the first time in seconds, gone at the second.
+    """
+
+    def __init__(
+        self,
+        corpus: Corpus,
+        count: int,
+        rng: np.random.Generator,
+        plain: float = 0.0,
+        room_fade: tuple[float, float] | None = None,
+    ):
+        self.plain, self.room_fade = plain, room_fade
         self.corpus = corpus
         self.count = count
         self.rng = rng
-        self.rooms = RoomBank(corpus.rir, rng, corpus.rate)
+        self.rooms = RoomBank(corpus.rir, corpus.rate)
         self._groups: dict[str, list[Clip]] = {}
         for clip in corpus.speech:
             self._groups.setdefault(clip.group, []).append(clip)
@@ -106,15 +117,17 @@ class SegmentMaker:
         spectrum = scipy.fft.rfft(voice.astype(np.float32), size) * curve
         if rng.random() < 0.45:
             response = self.rooms.draw(rng)
-            heard = spectrum * scipy.fft.rfft(response[:rate], size)
-            wanted = spectrum * scipy.fft.rfft(early_part(response, rate), size)
-            source = scipy.fft.irfft(heard, size)[: self.count]
-            target = scipy.fft.irfft(wanted, size)[: self.count]
+            source = target = self._in_room(spectrum, response[:rate], size)
+            if self.room_fade:
+                target = self._in_room(spectrum, faded(response, rate, self.room_fade), size)
         else:
             source = target = scipy.fft.irfft(spectrum, size)[: self.count]
         level = active_rms(target, rate)
         gain = POOL_RMS / level if level > 1e-4 else 0.0
         return source * gain, target * gain, wide
+
+    def _in_room(self, spectrum: np.ndarray, response: np.ndarray, size: int) -> np.ndarray:
+        return scipy.fft.irfft(spectrum * scipy.fft.rfft(response, size), size)[: self.count]
 
     def _recording(self) -> np.ndarray:
         rng, rate = self.rng, self.corpus.rate

@@ -1,5 +1,6 @@
-"""Reading and writing of weight files: self-describing little-endian records, no header.
+"""Files of a model: the weight file, and the control file that names it and holds tuning keys.
 
+A weight file is a row of self-describing little-endian records without a header.
 A record is a name (u32 length, bytes), a u32 type code and the payload. Types: 0 real, 1 integer,
 2 text, 3 vector of reals, 4 matrix, 5 list of vectors, 6 list of matrices.
 """
@@ -11,6 +12,8 @@ import struct
 from pathlib import Path
 
 import numpy as np
+
+from training import InputError
 
 
 def _text(value: str) -> bytes:
@@ -61,7 +64,7 @@ class _Reader:
 
     def take(self, size: int) -> bytes:
         if self.at + size > len(self.raw):
-            raise ValueError(f"{self.path}: cut short at byte {self.at}")
+            raise InputError(f"{self.path}: cut short at byte {self.at}")
         part = self.raw[self.at : self.at + size]
         self.at += size
         return part
@@ -81,9 +84,12 @@ class _Reader:
 
 
 def read_weights(path: str | Path) -> dict:
-    """All records of a weight file by name. Raises ValueError for a damaged file."""
+    """All records of a weight file by name. Raises InputError for a missing or damaged file."""
     path = Path(path)
-    reader = _Reader(path.read_bytes(), path)
+    try:
+        reader = _Reader(path.read_bytes(), path)
+    except OSError as error:
+        raise InputError(f"{path}: {error.strerror}") from None
     entries: dict = {}
     while reader.at < len(reader.raw):
         name, code = reader.text(), reader.u32()
@@ -102,5 +108,38 @@ def read_weights(path: str | Path) -> dict:
         elif code == 6:
             entries[name] = [reader.matrix() for _ in range(reader.u32())]
         else:
-            raise ValueError(f"{path}: record {name!r} has unknown type {code}")
+            raise InputError(f"{path}: record {name!r} has unknown type {code}")
     return entries
+
+
+def control_text(config: dict) -> str:
+    """Text of the control file: a comment, the weight file, the tuning keys."""
+    name = config["model"]["name"]
+    lines = [f"# {config['model'].get('title', name)}", f"WEIGHT {name}.bin"]
+    lines += [f"{key} {value}" for key, value in config.get("keys", {}).items()]
+    return "\n".join(lines) + "\n"
+
+
+def read_control(path: str | Path) -> tuple[str, dict]:
+    """The comment on the first line and the tuning keys of a control file; nothing when it is missing."""
+    path, title, keys = Path(path), "", {}
+    for line in path.read_text().splitlines() if path.exists() else ():
+        if line.startswith("#"):
+            title = title or line.lstrip("# ")
+        elif line.strip():
+            name, _, value = line.strip().partition(" ")
+            keys[name] = value.strip()
+    keys.pop("WEIGHT", None)
+    return title, keys
+
+
+def export_model(folder: str | Path, config: dict, entries: dict) -> Path:
+    """Write NAME.bin and NAME.ctl into ``folder``; returns the path of the weight file."""
+    folder = Path(folder)
+    folder.mkdir(parents=True, exist_ok=True)
+    name = config["model"]["name"]
+    write_weights(folder / f"{name}.bin", entries)
+    temporary = folder / f"{name}.ctl.tmp"
+    temporary.write_text(control_text(config))
+    os.replace(temporary, folder / f"{name}.ctl")
+    return folder / f"{name}.bin"

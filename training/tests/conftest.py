@@ -1,14 +1,27 @@
 """Signals and models that several tests share."""
 
+import atexit
 import os
+import shutil
+import tempfile
 
-os.environ.setdefault("XLA_FLAGS", "--xla_cpu_multi_thread_eigen=false intra_op_parallelism_threads=1")
+# Networks and waves are small here: nearly all the time would go into optimising what is compiled.
+os.environ["XLA_FLAGS"] = (
+    "--xla_cpu_multi_thread_eigen=false intra_op_parallelism_threads=1 "
+    "--xla_backend_optimization_level=0 --xla_llvm_disable_expensive_passes=true"
+)
+os.environ.setdefault("OMP_NUM_THREADS", "1")
+# Runs of the same model, in this process and in others, compile once.
+os.environ["JAX_COMPILATION_CACHE_DIR"] = tempfile.mkdtemp(prefix="orvel-compiled-")
+os.environ["JAX_PERSISTENT_CACHE_MIN_COMPILE_TIME_SECS"] = "0.3"
+atexit.register(shutil.rmtree, os.environ["JAX_COMPILATION_CACHE_DIR"], ignore_errors=True)
 
-import tomllib
 from pathlib import Path
 
 import numpy as np
 import pytest
+
+from training.configuration import load_config
 
 ROOT = Path(__file__).resolve().parents[2]
 MODELS = ROOT / "models"
@@ -17,8 +30,7 @@ CONFIGS = ROOT / "training" / "configs"
 
 def config(name: str) -> dict:
     """The configuration of a shipped model."""
-    with (CONFIGS / f"{name}.toml").open("rb") as handle:
-        return tomllib.load(handle)
+    return load_config(CONFIGS / f"{name}.toml")
 
 
 @pytest.fixture(scope="session")

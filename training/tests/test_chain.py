@@ -9,10 +9,11 @@ from conftest import CONFIGS, config
 from training import chain
 from training.adapt import adapt, band_edges, widen
 from training.bands import compressed_widths, compression_matrix, expansion_index, pooling_matrix
-from training.join import join
-from training.kinds import make_model
+from training.combine import join
+from training.level import RescaleTracker
+from training.model import load_exported, make_model
 from training.network import gated_loop, init_recurrent, run_recurrent, short_products
-from training.tracker import RescaleTracker
+from training.weights_file import export_model, read_weights
 
 
 @pytest.mark.parametrize(
@@ -79,7 +80,8 @@ def test_hand_written_gradient_of_the_state_loop():
         y, last = gated_loop(ready, loop, state)
         return jnp.sum(jnp.sin(y)) + jnp.sum(jnp.cos(last))
 
-    for got, want in zip(jax.grad(fast, (0, 1, 2))(ready, loop, state), jax.grad(plain, (0, 1, 2))(ready, loop, state)):
+    slopes = [jax.jit(jax.grad(function, (0, 1, 2)))(ready, loop, state) for function in (fast, plain)]
+    for got, want in zip(*slopes):
         np.testing.assert_allclose(got, want, rtol=1e-3, atol=1e-4)
 
 
@@ -94,7 +96,7 @@ def test_short_products_give_nearly_the_same_gradient():
                 values, state, _ = run_recurrent(params, inputs, jnp.zeros((4, 32)))
             return jnp.sum(jnp.sin(values)) + jnp.sum(jnp.square(state))
 
-        return jax.grad(loss)(params)
+        return jax.jit(jax.grad(loss))(params)
 
     exact, short = slope(False), slope(True)
     for name, want in exact.items():
@@ -107,7 +109,7 @@ def test_gradient_of_a_loop_that_runs_away_stays_bounded():
     ready = rng.normal(size=(80, 3, 12)).astype(np.float32)
     loop = np.concatenate([np.zeros((4, 4)), 3.0 * np.eye(4), np.zeros((4, 4))], axis=1).astype(np.float32)
     loss = lambda ready: jnp.sum(gated_loop(ready, loop, np.ones((3, 4), np.float32))[0])  # noqa: E731
-    grads = np.asarray(jax.grad(loss)(ready))
+    grads = np.asarray(jax.jit(jax.grad(loss))(ready))
     # What enters at a hop has the norm of four ones, 2; unbounded, 80 hops of gain 2 make 1e24 of it.
     assert np.isfinite(grads).all()
     assert np.abs(grads[0, 0, 4:8]).max() <= 5.0 * 2.0 + 1.0
@@ -131,8 +133,9 @@ def test_a_widened_network_computes_the_same():
     narrow = init_recurrent(rng, inputs=5, hidden=7, layers=4, outputs=3)
     wide = widen(narrow, 12, rng)
     inputs = rng.normal(size=(20, 2, 5)).astype(np.float32)
-    want, _, _ = run_recurrent(narrow, inputs, np.zeros((2, 7), np.float32))
-    got, _, first = run_recurrent(wide, inputs, np.zeros((2, 12), np.float32))
+    run = jax.jit(run_recurrent)
+    want, _, _ = run(narrow, inputs, np.zeros((2, 7), np.float32))
+    got, _, first = run(wide, inputs, np.zeros((2, 12), np.float32))
     np.testing.assert_allclose(got, want, atol=1e-5)
     assert np.std(first[:, :, 7:]) > 0.01, "the new units must have something to learn from"
     with pytest.raises(ValueError, match="12 units cannot become one of 7"):
@@ -143,16 +146,14 @@ def test_joined_networks_give_the_mean_of_both():
     rng = np.random.default_rng(8)
     halves = [init_recurrent(rng, inputs=5, hidden=hidden, layers=4, outputs=3) for hidden in (7, 4)]
     inputs = rng.normal(size=(20, 2, 5)).astype(np.float32)
-    want = [run_recurrent(half, inputs, np.zeros((2, len(half["a"])), np.float32))[0] for half in halves]
-    got = run_recurrent(join(*halves), inputs, np.zeros((2, 11), np.float32))[0]
+    run = jax.jit(run_recurrent)
+    want = [run(half, inputs, np.zeros((2, len(half["a"])), np.float32))[0] for half in halves]
+    got = run(join(*halves), inputs, np.zeros((2, 11), np.float32))[0]
     np.testing.assert_allclose(got, 0.5 * (want[0] + want[1]), atol=1e-5)
 
 
 @pytest.mark.parametrize("name", sorted(path.stem for path in CONFIGS.glob("*.toml")))
 def test_exported_records_lead_back_to_the_parameters(name, tmp_path):
-    from training.export import export_model
-    from training.weights_file import read_weights
-
     settings = config(name)
     settings["model"]["hidden"] = 12
     model = make_model(settings)
@@ -169,5 +170,10 @@ def test_exported_records_lead_back_to_the_parameters(name, tmp_path):
     for key, value in params.items():
         np.testing.assert_array_equal(back[key], value)
     np.testing.assert_array_equal(back_stats["MU"], stats["MU"])
-    control = (tmp_path / f"{settings['model']['name']}.ctl").read_text()
-    assert f"WEIGHT {settings['model']['name']}.bin\n" in control
+    assert f"WEIGHT {name}.bin\n" in (tmp_path / f"{name}.ctl").read_text()
+    # The files alone tell the shape, and whether the masks are squared softly.
+    again = load_exported(path)
+    assert type(again.model) is type(model) and getattr(again.model, "soft", None) == getattr(model, "soft", None)
+    assert getattr(again.model, "shape", None) == getattr(model, "shape", None)
+    assert (again.model.hidden, again.model.layers) == (12, model.layers)
+    np.testing.assert_array_equal(again.params["o"], params["o"])

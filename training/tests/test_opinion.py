@@ -1,22 +1,19 @@
 """The opinion network in jax against the package's own file, and the waves that reach it."""
 
-from importlib.resources import files
-
 import jax
 import numpy as np
 import pytest
 
 from training.opinion import MAPPINGS, RATE, load_network, opinion, resampled
 
+# What onnxruntime 1.31.1 makes of the package's network for the waves below, before the mapping.
+RAW = ((0.943580, 1.063705, 1.134831), (2.520376, 3.432600, 2.051268), (0.974583, 1.026797, 1.004083))
+
 
 def test_scores_are_those_of_the_packages_network(speechlike):
-    onnxruntime = pytest.importorskip("onnxruntime")
     wave = np.tile(speechlike(RATE, 3.0), 4)[: RATE * 901 // 100] / np.float32(32768.0)
     waves = np.stack([wave, 0.1 * wave, np.random.default_rng(4).normal(0.0, 0.02, len(wave)).astype(np.float32)])
-    path = files("speechmos") / "dnsmos_models" / "sig_bak_ovr.onnx"
-    session = onnxruntime.InferenceSession(str(path), providers=["CPUExecutionProvider"])
-    raw = np.concatenate([session.run(None, {"input_1": w[None]})[0] for w in waves])
-    want = np.stack([np.polyval(mapping, raw[:, k]) for k, mapping in enumerate(MAPPINGS)], axis=1)
+    want = np.stack([np.polyval(mapping, np.array(RAW)[:, k]) for k, mapping in enumerate(MAPPINGS)], axis=1)
     np.testing.assert_allclose(jax.jit(opinion)(load_network(), waves), want, atol=1e-3)
 
 

@@ -1,11 +1,16 @@
-"""The estimated quality stands for a listener in the loss: it must go along with what PESQ says."""
+"""The estimated quality stands for PESQ in the loss: it must agree with PESQ."""
 
 import jax
 import numpy as np
-import pesq
 import pytest
 
 from training.quality import quality
+
+# What the package pesq 0.0.4 says of the waves that ``damaged`` makes of three seconds.
+PESQ = {
+    8000: (4.449, 4.165, 3.694, 2.725, 4.444, 4.024, 3.305, 2.405, 4.315, 2.738, 1.178, 4.199, 3.093, 3.608, 4.324),
+    16000: (4.513, 3.964, 2.736, 1.767, 3.868, 2.791, 1.685, 1.225, 4.078, 1.822, 1.078, 4.013, 2.123, 3.084, 4.318),
+}
 
 
 def damaged(wave: np.ndarray, rate: int) -> list[np.ndarray]:
@@ -25,12 +30,13 @@ def damaged(wave: np.ndarray, rate: int) -> list[np.ndarray]:
 @pytest.mark.parametrize("rate", (8000, 16000))
 def test_goes_along_with_pesq(speechlike, rate):
     wave = speechlike(rate, 3.0)
-    outs = damaged(wave, rate)
-    told = [pesq.pesq(rate, wave / 32768, out / 32768, "nb" if rate == 8000 else "wb") for out in outs]
+    outs = [*damaged(wave, rate), wave]
     level = np.std(wave)
-    ours = quality(np.stack(outs).astype(np.float32) / level, np.stack([wave] * len(outs)) / level, rate)
-    assert np.corrcoef(told, ours)[0, 1] > 0.9
-    assert float(quality(wave[None] / level, wave[None] / level, rate)[0]) > 4.4
+    ours = jax.jit(quality, static_argnums=2)(
+        np.stack(outs).astype(np.float32) / level, np.stack([wave] * len(outs)) / level, rate
+    )
+    assert np.corrcoef(PESQ[rate], ours[:-1])[0, 1] > 0.9
+    assert ours[-1] > 4.4
 
 
 @pytest.mark.parametrize("rate", (16000, 32000))
@@ -39,14 +45,16 @@ def test_soft_and_dull_speech_is_not_forgiven(speechlike, rate):
     spectrum = np.fft.rfft(wave)
     spectrum[:, np.fft.rfftfreq(wave.shape[1], 1.0 / rate) > 3000.0] *= 0.25
     dull = np.fft.irfft(spectrum, wave.shape[1]).astype(np.float32)
-    same, louder, softer, dulled = (float(quality(out, wave, rate)[0]) for out in (wave, 2 * wave, 0.5 * wave, dull))
+    outs = np.concatenate([wave, 2 * wave, 0.5 * wave, dull])
+    same, louder, softer, dulled = jax.jit(quality, static_argnums=2)(outs, np.repeat(wave, 4, axis=0), rate)
     assert louder > same - 0.02 and softer < same - 0.05 and dulled < same - 0.2
 
 
-@pytest.mark.parametrize("rate", (8000, 16000, 32000))
+@pytest.mark.parametrize("rate", (8000, 16000))
 def test_slopes_are_finite_where_nothing_is_heard(speechlike, rate):
-    wave = speechlike(rate, 1.0)[None] / 1500.0
+    wave = speechlike(rate, 1.0) / 1500.0
     silence = np.zeros_like(wave)
-    slope = jax.grad(lambda out, want: quality(out, want, rate)[0])
-    for out, want in ((silence, wave), (wave, silence), (silence, silence), (wave, wave)):
-        assert np.all(np.isfinite(slope(out, want)))
+    slope = jax.jit(jax.grad(lambda out, want: quality(out, want, rate).sum()))
+    out = np.stack([silence, wave, silence, wave])
+    want = np.stack([wave, silence, silence, wave])
+    assert np.all(np.isfinite(slope(out, want)))
