@@ -1,5 +1,5 @@
 # A thin front for CMake, the test runners and the scripts; `make help` lists what there is.
-# Every target installs what it needs by itself (scripts/setup).
+# Every target but install and clean installs what it needs by itself (scripts/setup).
 SHELL := /bin/bash
 .DEFAULT_GOAL := help
 MAKEFLAGS += --no-print-directory
@@ -31,35 +31,31 @@ setup: ## Install what the build needs (Debian packages, .venv)
 build: setup ## Build the library, the command and the tests (PRESET=release)
 	@scripts/build $(PRESET)
 
-demo: ## Build, clean a noisy recording, draw both spectrograms
+demo: ## Build, clean a noisy recording, draw the spectrograms
 	@scripts/setup build demo
-	@scripts/build release orvel orvel_cli orvel_gate_model
+	@scripts/build release orvel orvel_cli
 	@scripts/demo $(ARGS)
 
-test: ## Build and run every test of the release build
+test: ## Build and run every test of the release build, and the documents' examples
 	@scripts/setup build test
 	@scripts/test release
 
-test-all: ## The tests of the release, asan-ubsan and tsan builds
+test-all: ## The same, and the tests under the address, undefined-behaviour and thread sanitizers
 	@scripts/setup build test
 	@scripts/test release asan-ubsan tsan
 
-bench: ## Measure the stages and whole sessions
-	@scripts/setup build bench
-	@scripts/build release
+bench: ## Measure the stages and whole sessions (ARGS=--help)
 	@bench/run $(ARGS)
 
-soak: ## A day of audio through 50 sessions that come and go (ARGS=hours)
-	@scripts/setup build bench
-	@scripts/build release
+soak: ## Send a day of audio through 50 sessions that open and close (ARGS=--help)
 	@scripts/soak $(ARGS)
 
-memcheck: ## A short stream of every model under valgrind
+memcheck: ## Run every model over a short stream under valgrind
 	@scripts/setup build memcheck
 	@scripts/build release
 	@scripts/memcheck
 
-bench-peers: ## Measure beside other noise suppressors and voice detectors
+bench-peers: ## Measure cost beside other noise suppressors and voice detectors
 	@scripts/setup build evaluate
 	@scripts/build release orvel orvel_cli
 	@$(PYTHON) -m evaluation.peers $(if $(DATA),--data "$(DATA)") $(ARGS)
@@ -74,11 +70,12 @@ evaluate: ## Quality figures of the shipped models beside others (DATA=folder)
 	@$(PYTHON) -m evaluation $(if $(DATA),--data "$(DATA)") $(ARGS)
 
 train: ## Train a model (MODEL=orvel-16k DATA=folder)
-	@test -n "$(MODEL)" -a -n "$(DATA)" || { echo "usage: make train MODEL=orvel-16k DATA=folder" >&2; exit 2; }
+	@test -n "$(MODEL)" -a -n "$(DATA)" || { echo "usage: make train MODEL=NAME DATA=folder; NAME is one of" \
+		$(notdir $(basename $(wildcard training/configs/*.toml))) >&2; exit 2; }
 	@scripts/setup train
 	@$(PYTHON) -m training.train --config "training/configs/$(MODEL).toml" --data "$(DATA)" $(ARGS)
 
-format: ## Format all C and C++ files
+format: ## Format all C, C++ and Python files
 	@scripts/setup lint
 	@scripts/format
 
@@ -86,12 +83,12 @@ format-check: ## Fail when a file is not formatted
 	@scripts/setup lint
 	@scripts/format --check
 
-lint: ## Static analysis with clang-tidy, all warnings are errors
+lint: ## Static analysis with clang-tidy and ruff (warnings are errors); check the documents
 	@scripts/setup build lint
 	@scripts/lint
 
-install: build ## Install library, headers, models and command (PREFIX=/usr/local)
-	@cmake --install build/$(PRESET) --prefix "$(PREFIX)"
+install: ## Build and install library, headers, models and command (PREFIX, DESTDIR)
+	@scripts/install "$(PREFIX)"
 
-clean: ## Remove the build folders (.venv stays)
+clean: ## Remove the build folder (.venv stays)
 	@rm -rf build

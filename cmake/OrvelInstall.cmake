@@ -5,13 +5,19 @@ set(_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/orvel")
 
 install(TARGETS orvel EXPORT orvelTargets LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(DIRECTORY include/orvel DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" FILES_MATCHING
-        PATTERN "*.h")
+        PATTERN "*.h" PATTERN "*.hpp")
 install(DIRECTORY models/ DESTINATION "${ORVEL_INSTALL_MODELDIR}" OPTIONAL FILES_MATCHING
         PATTERN "*.bin" PATTERN "*.ctl" PATTERN "*.md")
+# The licences of what is linked, and no others: CLI11 and JSON are part of the command only.
+set(_licenses licenses/MKL.txt licenses/LGPL-2.1.txt)
+if(TARGET orvel_cli)
+  list(APPEND _licenses licenses/CLI11.txt licenses/nlohmann-json.txt)
+endif()
 install(FILES LICENSE NOTICE THIRD_PARTY.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
-# MKL's archives became part of the library: its notices travel along.
+install(FILES ${_licenses} DESTINATION "${CMAKE_INSTALL_DOCDIR}/licenses")
 if(ORVEL_MKL_NOTICES)
-  install(FILES ${ORVEL_MKL_NOTICES} DESTINATION "${CMAKE_INSTALL_DOCDIR}/mkl")
+  install(FILES ${ORVEL_MKL_NOTICES} DESTINATION "${CMAKE_INSTALL_DOCDIR}/licenses"
+          RENAME mkl-third-party-programs.txt)
 endif()
 
 install(EXPORT orvelTargets NAMESPACE orvel:: DESTINATION "${_package_dir}")

@@ -1,42 +1,47 @@
-# orvel_mkl: Intel MKL's sequential layer with 32-bit integers, as static archives.
+# orvel_mkl: Intel MKL's sequential layer with 32-bit integers, linked statically.
 #
-# Looked for in this order: MKLROOT, the project's .venv (packages mkl-static and mkl-include),
-# Debian's libmkl-dev. The found folders can be fixed with -DORVEL_MKL_INCLUDE_DIR=... and
-# -DORVEL_MKL_LIBRARY_DIR=....
-set(_mkl_roots "")
-if(DEFINED ENV{MKLROOT})
-  list(APPEND _mkl_roots "$ENV{MKLROOT}")
-endif()
-list(APPEND _mkl_roots "${CMAKE_CURRENT_SOURCE_DIR}/.venv")
-set(_mkl_lib_suffixes lib lib/intel64 lib/x86_64-linux-gnu)
+# Looked for in this order: ORVEL_MKL_ROOT (first taken from MKLROOT), the project's .venv/mkl, where
+# scripts/setup puts the routines of mkl_routines.txt, and Debian's libmkl-dev.
+set(ORVEL_MKL_ROOT "$ENV{MKLROOT}" CACHE PATH "Folder of Intel MKL, searched first")
 
-find_path(ORVEL_MKL_INCLUDE_DIR mkl_dfti.h HINTS ${_mkl_roots}
-          PATH_SUFFIXES include include/mkl mkl DOC "Folder that holds mkl_dfti.h")
-find_path(ORVEL_MKL_LIBRARY_DIR libmkl_sequential.a HINTS ${_mkl_roots} PATHS /usr
-          PATH_SUFFIXES ${_mkl_lib_suffixes} DOC "Folder that holds libmkl_sequential.a")
-if(NOT ORVEL_MKL_INCLUDE_DIR OR NOT ORVEL_MKL_LIBRARY_DIR)
-  message(FATAL_ERROR "Intel MKL (static archives and headers) was not found. Run scripts/setup, "
-                      "install libmkl-dev, or set MKLROOT.")
-endif()
-foreach(_layer intel_lp64 core)
-  if(NOT EXISTS "${ORVEL_MKL_LIBRARY_DIR}/libmkl_${_layer}.a")
-    message(FATAL_ERROR "${ORVEL_MKL_LIBRARY_DIR} lacks libmkl_${_layer}.a")
+set(_mkl_include "")
+foreach(_root IN ITEMS "${ORVEL_MKL_ROOT}" "${CMAKE_CURRENT_SOURCE_DIR}/.venv/mkl" /usr)
+  if(_root STREQUAL "")
+    continue()
+  endif()
+  unset(_mkl_include)
+  unset(_mkl_library)
+  find_path(_mkl_include mkl_dfti.h PATHS "${_root}" PATH_SUFFIXES include include/mkl
+            NO_DEFAULT_PATH NO_CACHE)
+  find_path(_mkl_library NAMES libmkl_orvel.a libmkl_sequential.a PATHS "${_root}"
+            PATH_SUFFIXES lib lib/intel64 lib/x86_64-linux-gnu NO_DEFAULT_PATH NO_CACHE)
+  if(_mkl_include AND _mkl_library)
+    break()
   endif()
 endforeach()
-message(STATUS "MKL: ${ORVEL_MKL_LIBRARY_DIR}")
+if(NOT _mkl_include OR NOT _mkl_library)
+  orvel_missing("Intel MKL (scripts/setup, libmkl-dev or MKLROOT)")
+  return()
+endif()
+message(STATUS "MKL: ${_mkl_library}")
 
-file(GLOB ORVEL_MKL_NOTICES
-     "${ORVEL_MKL_INCLUDE_DIR}/../share/doc/mkl/licensing/third-party-programs*.txt")
+# MKL's own list of what it contains; the lists beside it are those of layers that are not linked.
+file(GLOB ORVEL_MKL_NOTICES "${_mkl_include}/../licensing/third-party-programs.txt"
+     "${_mkl_include}/../share/doc/mkl/licensing/third-party-programs.txt")
 
 find_package(Threads REQUIRED)
 add_library(orvel_mkl INTERFACE)
-target_include_directories(orvel_mkl SYSTEM INTERFACE "${ORVEL_MKL_INCLUDE_DIR}")
-# The three archives refer to each other in a circle.
-target_link_libraries(
-  orvel_mkl
-  INTERFACE "-Wl,--start-group"
-            "${ORVEL_MKL_LIBRARY_DIR}/libmkl_intel_lp64.a"
-            "${ORVEL_MKL_LIBRARY_DIR}/libmkl_sequential.a"
-            "${ORVEL_MKL_LIBRARY_DIR}/libmkl_core.a"
-            "-Wl,--end-group"
-            Threads::Threads m ${CMAKE_DL_LIBS})
+target_include_directories(orvel_mkl SYSTEM INTERFACE "${_mkl_include}")
+if(EXISTS "${_mkl_library}/libmkl_orvel.a")
+  target_link_libraries(orvel_mkl INTERFACE "${_mkl_library}/libmkl_orvel.a")
+else()
+  # The three archives refer to each other in a circle.
+  target_link_libraries(
+    orvel_mkl
+    INTERFACE "-Wl,--start-group"
+              "${_mkl_library}/libmkl_intel_lp64.a"
+              "${_mkl_library}/libmkl_sequential.a"
+              "${_mkl_library}/libmkl_core.a"
+              "-Wl,--end-group")
+endif()
+target_link_libraries(orvel_mkl INTERFACE Threads::Threads m ${CMAKE_DL_LIBS})

@@ -1,0 +1,5 @@
+#include <orvel/orvel.hpp>
+
+orvel::StreamCleaner openStream(const orvel::Library& library) {
+  return {library, {.rate = 16000}};
+}
