@@ -25,6 +25,7 @@ PYTHON = sys.executable
 NOT_RUN = [
     (r"(sudo )?make\b", "make", "installs packages, builds or runs for minutes to hours"),
     (r"\.ci/run|scripts/|bench/run", "script", "builds, measures or fuzzes for minutes to hours"),
+    (r"python -m samples", "source", "measures for a minute with packages of the demo"),
     (r"python -m (training|evaluation)", "module", "needs recordings that are not part of the project"),
     (r"cmake --preset|cmake --build --preset|ctest --preset", "preset", "builds everything"),
 ]
@@ -114,6 +115,10 @@ def check_instead(how, command, block):
         text = (ROOT / words[0]).read_text()
         for option in options_in(command):
             assert option in text, f"{block}: {words[0]} knows no {option}"
+    elif how == "source":
+        text = (ROOT / f"{words[2].replace('.', '/')}.py").read_text()
+        for option in options_in(command):
+            assert option in text, f"{block}: {words[2]} knows no {option}"
     elif how == "module":
         known = module_help(words[2])
         for option in options_in(command):
