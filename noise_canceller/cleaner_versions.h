@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <span>
 #include <string>
@@ -53,6 +54,43 @@ enum class ParameterType { kInt, kFloats, kFloatLists, kMatrices };
 struct RequiredParameter {
   const char* name;
   ParameterType type;
+};
+
+/** What v0.0.1 and v0.0.2 require, in the order in which it is checked. */
+inline constexpr std::array kNoiseAverageParameters{
+    RequiredParameter{"SampleRate", ParameterType::kInt},
+    RequiredParameter{"FrameLength", ParameterType::kInt},
+    RequiredParameter{"Step", ParameterType::kInt},
+    RequiredParameter{"FiltrBegin", ParameterType::kInt},
+    RequiredParameter{"FiltrEnd", ParameterType::kInt},
+    RequiredParameter{"PreviewFrames", ParameterType::kInt},
+    RequiredParameter{"NATFrameCount", ParameterType::kInt},
+    RequiredParameter{"CoefficientNumber", ParameterType::kInt},
+    RequiredParameter{"MU", ParameterType::kFloats},
+    RequiredParameter{"SD", ParameterType::kFloats},
+    RequiredParameter{"WeightLinear", ParameterType::kMatrices},
+    RequiredParameter{"WeightNonLinear", ParameterType::kMatrices},
+    RequiredParameter{"BaesLinear", ParameterType::kFloatLists},
+    RequiredParameter{"BaesNonLinear", ParameterType::kFloatLists},
+    RequiredParameter{"HeadenMultiplier", ParameterType::kFloatLists},
+    RequiredParameter{"HeadenReducer", ParameterType::kFloatLists},
+};
+
+/** What v0.0.3 and v0.0.4 require. */
+inline constexpr std::array kRescaledParameters{
+    RequiredParameter{"WeightLinear", ParameterType::kMatrices},
+    RequiredParameter{"WeightNonLinear", ParameterType::kMatrices},
+    RequiredParameter{"BaesLinear", ParameterType::kFloatLists},
+    RequiredParameter{"BaesNonLinear", ParameterType::kFloatLists},
+    RequiredParameter{"SampleRate", ParameterType::kInt},
+    RequiredParameter{"Step", ParameterType::kInt},
+    RequiredParameter{"FiltrBegin", ParameterType::kInt},
+    RequiredParameter{"FiltrEnd", ParameterType::kInt},
+    RequiredParameter{"FrameLength", ParameterType::kInt},
+    RequiredParameter{"PreviewFrames", ParameterType::kInt},
+    RequiredParameter{"CoefficientNumber", ParameterType::kInt},
+    RequiredParameter{"MU", ParameterType::kFloats},
+    RequiredParameter{"SD", ParameterType::kFloats},
 };
 
 /** One version of a cleaner. */

@@ -1,36 +1,12 @@
-#include <array>
-
 #include "noise_canceller/cleaner_versions.h"
 
 namespace ORVEL::NOISE_CANCELLER {
-
-namespace {
-
-using enum ParameterType;
-
-constexpr std::array kParameters{
-    RequiredParameter{"WeightLinear", kMatrices},
-    RequiredParameter{"WeightNonLinear", kMatrices},
-    RequiredParameter{"BaesLinear", kFloatLists},
-    RequiredParameter{"BaesNonLinear", kFloatLists},
-    RequiredParameter{"SampleRate", kInt},
-    RequiredParameter{"Step", kInt},
-    RequiredParameter{"FiltrBegin", kInt},
-    RequiredParameter{"FiltrEnd", kInt},
-    RequiredParameter{"FrameLength", kInt},
-    RequiredParameter{"PreviewFrames", kInt},
-    RequiredParameter{"CoefficientNumber", kInt},
-    RequiredParameter{"MU", kFloats},
-    RequiredParameter{"SD", kFloats},
-};
-
-}  // namespace
 
 // Log-magnitude features brought to a reference level, a feed-forward network without noise average.
 constinit const CleanerTraits NoiseCleaner_v0_0_3::traits{
     .version = "0.0.3",
     .keySuffix = "_v0_0_3",
-    .parameters = kParameters,
+    .parameters = kRescaledParameters,
     .rescales = true,
     .networkBeforeKeys = true,
 };

@@ -1,7 +1,6 @@
 #include "orv-sdk/context.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -16,9 +15,6 @@ namespace ORVEL {
 namespace {
 
 using WEIGHTS::ModelError;
-
-constexpr std::array kRates{8000, 12000, 16000, 24000, 32000, 44100, 48000, 88200, 96000};
-constexpr std::array kDurations{10, 20, 30, 40};
 
 template <class Values>
 void requireOneOf(const Values& values, int value, const std::string& what) {
@@ -202,9 +198,9 @@ void Context::requireModel(const OrvSessionT::Request& request) const {
 }
 
 void* Context::openSession(const OrvSessionT::Request& request) {
-  requireOneOf(kRates, request.inputRate, "the sample rate");
-  requireOneOf(kRates, request.outputRate, "the output's sample rate");
-  requireOneOf(kDurations, request.frameDurationMs, "the frame's duration in milliseconds");
+  requireOneOf(kSampleRates, request.inputRate, "the sample rate");
+  requireOneOf(kSampleRates, request.outputRate, "the output's sample rate");
+  requireOneOf(kFrameDurations, request.frameDurationMs, "the frame's duration in milliseconds");
   const std::lock_guard lock(mutex_);
   requireModel(request);
   return instance_.openSession(request);

@@ -1,7 +1,6 @@
 #include "orvel/orv_sdk.h"
 
 #include <algorithm>
-#include <array>
 
 #include "orv-sdk/exports.h"
 #include "orv-sdk/instance.h"
@@ -11,8 +10,7 @@ namespace ORVEL {
 namespace {
 
 bool isSupportedRate(int rate) {
-  constexpr std::array kRates{8000, 12000, 16000, 24000, 32000, 44100, 48000, 88200, 96000};
-  return std::find(kRates.begin(), kRates.end(), rate) != kRates.end();
+  return std::find(kSampleRates.begin(), kSampleRates.end(), rate) != kSampleRates.end();
 }
 
 void* createSession(const OrvSessionT::Request& request) noexcept {

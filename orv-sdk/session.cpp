@@ -1,7 +1,6 @@
 #include "orv-sdk/session.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
 #include <limits>
@@ -52,8 +51,8 @@ void fromFrame(const std::vector<float>& frame, float* output, std::size_t count
 }
 
 void requireDuration(int frameDurationMs) {
-  constexpr std::array kDurations{10, 20, 30, 40};
-  if (std::find(kDurations.begin(), kDurations.end(), frameDurationMs) == kDurations.end()) {
+  if (std::find(kFrameDurations.begin(), kFrameDurations.end(), frameDurationMs) ==
+      kFrameDurations.end()) {
     throw UTILS::ORVEL_Exception("RESAMPLER WORKS WITH WRONG FRAMEDURATION ", "orv-sdk/session", 58,
                                  "OrvSessionT");
   }

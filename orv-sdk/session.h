@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -11,6 +12,12 @@
 namespace ORVEL {
 
 using NOISE_CANCELLER::SessionKind;
+
+/** Rates that a caller's audio may have, Hz. */
+inline constexpr std::array kSampleRates{8000,  12000, 16000, 24000, 32000,
+                                         44100, 48000, 88200, 96000};
+/** Durations that a frame may have, ms. */
+inline constexpr std::array kFrameDurations{10, 20, 30, 40};
 
 /**
  * One stream of audio: the caller's rate and sample format outside, the model's rate and 16-bit scale
