@@ -217,6 +217,24 @@ def soak(results):
     )
 
 
+def arithmetic(results):
+    rows = []
+    for r in results["arithmetic"]:
+        times = r.get("ns_per_second")
+        cells = [f"{times[0] / 1e6:.2f}", f"{times[1] / 1e6:.2f}", f"{times[0] / times[1]:.2f}"] if times else [""] * 3
+        rows.append([r["model"], r["rate"], *cells, f"{r['floats']:.1e}", f"{r['steps']:.0f}" if "steps" in r else ""])
+    head = [
+        "model and keys",
+        "Hz",
+        "MKL, ms per second of audio",
+        "portable",
+        "MKL / portable",
+        "largest difference, full scale 1",
+        "steps of 16 bits",
+    ]
+    return table(head, rows)
+
+
 TABLES = {
     "machine": ("sessions", machine),
     "stages": ("stages", stages),
@@ -224,6 +242,7 @@ TABLES = {
     "sessions": ("sessions", sessions),
     "frames": ("frame_times", frames),
     "scale": ("scale", scale),
+    "arithmetic": ("arithmetic", arithmetic),
     "soak": ("soak", soak),
 }
 

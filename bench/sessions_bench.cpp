@@ -2,10 +2,10 @@
 // what a hop cannot do without, the matrix-vector products of the layers and the transforms, by the
 // library's own means and with nothing around them.
 #include <benchmark/benchmark.h>
-#include <mkl_cblas.h>
 
 #include <algorithm>
 #include <complex>
+#include <cstring>
 #include <memory>
 #include <set>
 #include <stdexcept>
@@ -15,6 +15,7 @@
 #include "bench/support.h"
 #include "containers/matrix.h"
 #include "noise_canceller/cleaner_versions.h"
+#include "utils/arithmetic.h"
 #include "utils/fft.h"
 #include "weights/control_file.h"
 #include "weights/weight.h"
@@ -80,7 +81,9 @@ class HopFloor {
     std::size_t widest = 0;
     for (const LayerSize& layer : layers_) {
       widest = std::max({widest, layer.inputs, layer.outputs});
-      matrices_.emplace_back(layer.weights(), 0.01F);
+      matrices_.emplace_back(layer.inputs, layer.outputs,
+                             ORVEL::UTILS::AlignedFloats(layer.weights(), 0.01F));
+      weights_.emplace_back(layer.weights(), 0.01F);
     }
     x_.assign(widest, 0.5F);
     y_.assign(widest, 0.0F);
@@ -94,11 +97,8 @@ class HopFloor {
   }
 
   void multiply() {
-    for (std::size_t i = 0; i < layers_.size(); ++i) {
-      const auto rows = static_cast<MKL_INT>(layers_[i].inputs);
-      const auto columns = static_cast<MKL_INT>(layers_[i].outputs);
-      cblas_sgemv(CblasRowMajor, CblasTrans, rows, columns, 1.0F, matrices_[i].data(), columns,
-                  x_.data(), 1, 0.0F, y_.data(), 1);
+    for (const auto& matrix : matrices_) {
+      matrix.multiplyAdd(x_.data(), y_.data());
       benchmark::DoNotOptimize(y_.data());
     }
   }
@@ -110,12 +110,10 @@ class HopFloor {
                                               : fft_->backward(spectrum_, frame_));
   }
 
-  // Every weight once, as fast as memory gives it.
+  // Every weight once, as fast as memory gives it: the C library looks for a byte that is not there.
   void read() {
-    float sum = 0.0F;
-    for (const auto& matrix : matrices_)
-      sum += cblas_sasum(static_cast<MKL_INT>(matrix.size()), matrix.data(), 1);
-    benchmark::DoNotOptimize(sum);
+    for (const auto& weights : weights_)
+      benchmark::DoNotOptimize(std::memchr(weights.data(), 0x01, weights.size() * sizeof(float)));
   }
 
  private:
@@ -124,7 +122,8 @@ class HopFloor {
   std::shared_ptr<ORVEL::UTILS::FFT> fft_;
   std::vector<float> frame_;
   std::vector<std::complex<float>> spectrum_;
-  std::vector<std::vector<float>> matrices_;
+  std::vector<ORVEL::UTILS::WeightMatrix> matrices_;
+  std::vector<std::vector<float>> weights_;
   std::vector<float> x_, y_;
 };
 

@@ -1,9 +1,10 @@
 #include "noise_canceller/gain_chain.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 
-#include "noise_canceller/vector_functions.h"
+#include "utils/arithmetic.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
@@ -61,9 +62,17 @@ void GainChain::square() {
 void GainChain::modifySoftly() {
   // With e = exp(distance from the knee, in knees): g^2 / (1 + e^-3) + g / (1 + e).
   static_assert(kSquareSlope == 3.0 && kKeepSlope == 1.0);
-  combineWithExponentials(
-      incoming_.data(), 1.0 / kKnee, -1.0, incoming_.data(), incoming_.size(),
-      [](double e, double g) { return g * g / (1.0 + 1.0 / (e * e * e)) + g / (1.0 + e); });
+  alignas(64) std::array<double, 128> powers;
+  for (std::size_t begin = 0; begin < incoming_.size(); begin += powers.size()) {
+    const std::size_t count = std::min(powers.size(), incoming_.size() - begin);
+    float* gains = incoming_.data() + begin;
+    UTILS::exponentials(gains, 1.0 / kKnee, -1.0, powers.data(), count);
+    for (std::size_t i = 0; i < count; ++i) {
+      const double e = powers[i];
+      const double g = gains[i];
+      gains[i] = static_cast<float>(g * g / (1.0 + 1.0 / (e * e * e)) + g / (1.0 + e));
+    }
+  }
 }
 
 void GainChain::applyRmThreshold() {

@@ -1,13 +1,12 @@
 #include "noise_canceller/masking_cleaner.h"
 
-#include <mkl_vml.h>
-
 #include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <utility>
 
 #include "noise_canceller/tuning_values.h"
+#include "utils/arithmetic.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
@@ -140,7 +139,7 @@ MaskingCleaner::MaskingCleaner(const WEIGHTS::Model& model, Stages stages, int s
   requireSize("the network's output", mask_.size(), "the mask's length", stages_.features.size());
 }
 
-int MaskingCleaner::process(std::vector<float>& samples) {
+int MaskingCleaner::transform(std::vector<float>& samples) {
   skipping_ = stages_.skipsSilence && isDigitalSilence(samples);
   const bool succeeded =
       overlapAdd_.process(samples, [this](const float* frame) { return processHop(frame); });
@@ -177,7 +176,7 @@ void MaskingCleaner::estimateMask(const float* frame) {
 
 const float* MaskingCleaner::processHop(const float* frame) {
   const std::size_t length = windowed_.size();
-  vsMul(static_cast<MKL_INT>(length), frame, stages_.analysisWindow->data(), windowed_.data());
+  UTILS::multiply(frame, stages_.analysisWindow->data(), windowed_.data(), length);
   stages_.gains.measure(windowed_.data());
   if (!stages_.fft->forward(windowed_, spectrum_)) {
     return nullptr;

@@ -28,12 +28,14 @@ class MaskingCleaner final : public NoiseCleaner {
    */
   MaskingCleaner(const WEIGHTS::Model& model, const CleanerTraits& version, int sessionFrameMs);
 
-  int process(std::vector<float>& samples) override;
   void reset() override;
   std::size_t delay() const override { return overlapAdd_.delay(); }
   void setGainFloor(float gain) override { stages_.synthesis.setGainFloor(gain); }
 
  private:
+  int transform(std::vector<float>& samples) override;
+  bool isFinite() const override { return stages_.network.isFinite(); }
+
   struct Stages {
     FrameParameters frame;
     std::shared_ptr<UTILS::FFT> fft;

@@ -1,11 +1,10 @@
 #include "noise_canceller/network.h"
 
-#include <mkl_vml.h>
-
 #include <algorithm>
 #include <utility>
 
-#include "noise_canceller/vector_functions.h"
+#include "utils/arithmetic.h"
+#include "utils/finite.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
@@ -36,8 +35,12 @@ Network::Network(std::shared_ptr<const NetworkWeights> weights) : weights_(std::
 
 void Network::reset() { std::fill(stateAndInput_.begin(), stateAndInput_.end(), 0.0F); }
 
+bool Network::isFinite() const {
+  return UTILS::allFinite(stateAndInput_.data(), weights_->stateLength);
+}
+
 void Network::updateState(const float* y, float* gate) {
-  sigmoids(gate, gate, weights_->gateLength);
+  UTILS::logistic(gate, gate, weights_->gateLength);
   float* state = stateAndInput_.data();
   const auto blend = [&](std::size_t i, float z) { state[i] = (1.0F - z) * state[i] + z * y[i]; };
   if (weights_->gateLength == 1) {
@@ -66,9 +69,8 @@ void Network::evaluate(const float* input, float* output) {
     layer.bank.apply(x, branches_.data());
     addRectified(branches_.data(), branches_.data() + width, hidden_.data(), width);
     if (!layer.multiplier.empty()) {
-      const auto count = static_cast<MKL_INT>(width);
-      vsMul(count, hidden_.data(), layer.multiplier.data(), hidden_.data());
-      vsSub(count, hidden_.data(), layer.reducer.data(), hidden_.data());
+      UTILS::multiply(hidden_.data(), layer.multiplier.data(), hidden_.data(), width);
+      UTILS::subtract(hidden_.data(), layer.reducer.data(), hidden_.data(), width);
     }
     if (gateLength > 0) {
       updateState(hidden_.data(), branches_.data() + 2 * width);
@@ -77,7 +79,7 @@ void Network::evaluate(const float* input, float* output) {
   }
   weights_->layers.back().bank.apply(x, output);
   if (weights_->output == NetworkWeights::Output::kSigmoid) {
-    sigmoids(output, output, outputs());
+    UTILS::logistic(output, output, outputs());
   }
 }
 

@@ -23,6 +23,9 @@ class Network {
   /** Reads inputs() values and writes outputs() values. */
   void evaluate(const float* input, float* output);
 
+  /** Whether the state holds nothing infinite and no NaN. */
+  bool isFinite() const;
+
   /** Sets the state back to zeros. */
   void reset();
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <string>
 
-#include "noise_canceller/vector_functions.h"
 #include "noise_canceller/weight_parameters.h"
+#include "utils/arithmetic.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
@@ -91,8 +91,8 @@ void NoiseAverage::update(const Spectrum& spectrum, const std::vector<float>& ga
   for (std::size_t k = 0; k < sum_.size(); ++k) {
     removed_[k] = static_cast<float>(powerOf(spectrum[begin_ + k] * (1.0F - gains[begin_ + k])));
   }
-  squareRoots(removed_.data(), removed_.data(), removed_.size());
-  logarithms(removed_.data(), 1.0, 1.0, removed_.data(), removed_.size());
+  UTILS::squareRoots(removed_.data(), removed_.data(), removed_.size());
+  UTILS::logarithms(removed_.data(), 1.0, 1.0, removed_.data(), removed_.size());
   for (std::size_t k = 0; k < sum_.size(); ++k) {
     const float share = removed_[k] / divisor;
     sum_[k] = sum_[k] - slot[k] + share;

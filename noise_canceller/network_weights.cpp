@@ -1,7 +1,5 @@
 #include "noise_canceller/network_weights.h"
 
-#include <mkl_cblas.h>
-
 #include <algorithm>
 
 namespace ORVEL::NOISE_CANCELLER {
@@ -143,15 +141,19 @@ NetworkWeights readRecurrent(const WeightParameters& weights, std::size_t inputs
   return result;
 }
 
-}  // namespace
-
-AffineBank::AffineBank(std::size_t inputs, const std::vector<AffinePart>& parts) : inputs_(inputs) {
+std::vector<float> biasesOf(std::size_t inputs, const std::vector<AffinePart>& parts) {
+  std::vector<float> biases;
   for (const AffinePart& part : parts) {
     checkPart(inputs, part);
-    bias_.insert(bias_.end(), part.bias.begin(), part.bias.end());
+    biases.insert(biases.end(), part.bias.begin(), part.bias.end());
   }
-  rows_.resize(inputs * bias_.size());
-  auto out = rows_.begin();
+  return biases;
+}
+
+UTILS::AlignedFloats rowsOf(std::size_t inputs, std::size_t outputs,
+                            const std::vector<AffinePart>& parts) {
+  UTILS::AlignedFloats rows(inputs * outputs);
+  auto out = rows.begin();
   for (std::size_t row = 0; row < inputs; ++row) {
     for (const AffinePart& part : parts) {
       out = std::copy_n(
@@ -159,13 +161,18 @@ AffineBank::AffineBank(std::size_t inputs, const std::vector<AffinePart>& parts)
           part.matrix.dim1, out);
     }
   }
+  return rows;
 }
+
+}  // namespace
+
+AffineBank::AffineBank(std::size_t inputs, const std::vector<AffinePart>& parts)
+    : bias_(biasesOf(inputs, parts)),
+      matrix_(inputs, bias_.size(), rowsOf(inputs, bias_.size(), parts)) {}
 
 void AffineBank::apply(const float* x, float* y) const {
   std::copy(bias_.begin(), bias_.end(), y);
-  const auto columns = static_cast<MKL_INT>(bias_.size());
-  cblas_sgemv(CblasRowMajor, CblasTrans, static_cast<MKL_INT>(inputs_), columns, 1.0F, rows_.data(),
-              columns, x, 1, 1.0F, y, 1);
+  matrix_.multiplyAdd(x, y);
 }
 
 std::shared_ptr<const NetworkWeights> NetworkWeights::feedForward(const WEIGHTS::Weight& weight,

@@ -2,11 +2,11 @@
 
 #include <cstddef>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
 #include "noise_canceller/weight_parameters.h"
+#include "utils/arithmetic.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
@@ -18,22 +18,6 @@ struct AffinePart {
   std::string biasName;
 };
 
-/** Starts an array on a cache line, wherever the heap would put it. */
-template <class T>
-struct CacheLineAllocator {
-  using value_type = T;
-  static constexpr std::align_val_t kAlignment{64};
-
-  CacheLineAllocator() = default;
-  template <class Other>
-  explicit CacheLineAllocator(const CacheLineAllocator<Other>& /*other*/) {}
-  T* allocate(std::size_t count) {
-    return static_cast<T*>(::operator new(count * sizeof(T), kAlignment));
-  }
-  void deallocate(T* values, std::size_t /*count*/) { ::operator delete(values, kAlignment); }
-  bool operator==(const CacheLineAllocator&) const = default;
-};
-
 /**
  * Affine maps that share their input, laid side by side so that one matrix-vector product computes
  * them all.
@@ -43,7 +27,7 @@ class AffineBank {
   /** @throws ORVEL_Exception unless every part takes `inputs` values and has a bias per output. */
   AffineBank(std::size_t inputs, const std::vector<AffinePart>& parts);
 
-  std::size_t inputs() const { return inputs_; }
+  std::size_t inputs() const { return matrix_.inputs(); }
   /** Values of all parts together. */
   std::size_t outputs() const { return bias_.size(); }
 
@@ -51,9 +35,8 @@ class AffineBank {
   void apply(const float* x, float* y) const;
 
  private:
-  std::size_t inputs_;
   std::vector<float> bias_;
-  std::vector<float, CacheLineAllocator<float>> rows_;
+  UTILS::WeightMatrix matrix_;
 };
 
 /**

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -26,9 +27,20 @@ class NoiseCleaner : public UTILS::NonCopyMovable {
    * Takes the new samples and replaces them by the output of this call: as many samples as one frame
    * of the session has, or one score.
    *
+   * A state that is no longer finite, which would never heal, is noticed in the call that makes it so: the
+   * cleaner is reset, and the call gives zeros.
+   *
    * @return 1, or -1 when a frame could not be processed.
    */
-  virtual int process(std::vector<float>& samples) = 0;
+  int process(std::vector<float>& samples);
+
+  /** Counted since construction; read from any thread. */
+  struct Counts {
+    std::uint64_t calls;
+    std::uint64_t failures;
+    std::uint64_t resets;
+  };
+  Counts counts() const { return {calls_, failures_, resets_}; }
 
   /**
    * Puts the cleaner back to the state it was created in, bit for bit: nothing of the stream so far is
@@ -44,7 +56,17 @@ class NoiseCleaner : public UTILS::NonCopyMovable {
 
   const WEIGHTS::Weight& weight() const { return *weight_; }
 
+ protected:
+  /** What `process` gives. */
+  virtual int transform(std::vector<float>& samples) = 0;
+
+  /** False when the state that is carried to the next call holds an infinite number or NaN. */
+  virtual bool isFinite() const = 0;
+
  private:
+  std::atomic<std::uint64_t> calls_{0};
+  std::atomic<std::uint64_t> failures_{0};
+  std::atomic<std::uint64_t> resets_{0};
   std::shared_ptr<const WEIGHTS::Weight> weight_;
 };
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "noise_canceller/vector_functions.h"
+#include "utils/arithmetic.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
@@ -131,10 +131,10 @@ void SpectralFeatures::compute(const float* frame, const Spectrum& spectrum, flo
   }
   if (bands_ != nullptr) {
     bands_->compress(power, features);
-    logarithms(features, gain * gain, kPowerOffset, features, bands_->bands());
+    UTILS::logarithms(features, gain * gain, kPowerOffset, features, bands_->bands());
   } else {
-    squareRoots(features, features, width_);
-    logarithms(features, gain, 1.0, features, width_);
+    UTILS::squareRoots(features, features, width_);
+    UTILS::logarithms(features, gain, 1.0, features, width_);
   }
 }
 

@@ -13,6 +13,13 @@ namespace ORVEL::NOISE_CANCELLER {
 
 using Spectrum = std::vector<std::complex<float>>;
 
+/** Square of a bin's magnitude. */
+inline double powerOf(std::complex<float> bin) {
+  const double re = bin.real();
+  const double im = bin.imag();
+  return re * re + im * im;
+}
+
 /**
  * Logarithmic bands over n bins: with rate r the first K = n / 2^r bins stay single, then every octave
  * has K / 2 bands, 2, 4, ... 2^r bins wide. Compression sums the bins of a band, expansion repeats a

@@ -1,9 +1,9 @@
 #include "noise_canceller/synthesis.h"
 
-#include <mkl_vml.h>
-
 #include <algorithm>
 #include <utility>
+
+#include "utils/arithmetic.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
@@ -27,8 +27,7 @@ const float* Synthesis::synthesise(const Spectrum& spectrum, const std::vector<f
     }
   }
   if (settings_.window != nullptr) {
-    vsMul(static_cast<MKL_INT>(frame_.size()), frame_.data(), settings_.window->data(),
-          frame_.data());
+    UTILS::multiply(frame_.data(), settings_.window->data(), frame_.data(), frame_.size());
   }
   if (settings_.clipFix.enabled) {
     fixClipping();

@@ -1,13 +1,12 @@
 #include "noise_canceller/vad_cleaner_v0_0_1.h"
 
-#include <mkl_vml.h>
-
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <string>
 
 #include "noise_canceller/tuning_values.h"
+#include "utils/arithmetic.h"
 #include "utils/diagnostics.h"
 
 namespace ORVEL::NOISE_CANCELLER {
@@ -160,9 +159,11 @@ void VadCleaner_v0_0_1::appendNormalised(const std::array<float, kVadFeatures>& 
   }
 }
 
-float VadCleaner_v0_0_1::evaluateHop() {
-  vsMul(static_cast<MKL_INT>(kFrameLength), buffer_.data(), window_->data(), windowed_.data());
-  fft_->forward(windowed_, spectrum_);
+bool VadCleaner_v0_0_1::evaluateHop() {
+  UTILS::multiply(buffer_.data(), window_->data(), windowed_.data(), kFrameLength);
+  if (!fft_->forward(windowed_, spectrum_)) {
+    return false;
+  }
   std::array<float, kVadFeatures> features{};
   computeVadFeatures(spectrum_, features);
   history_.advance(kVadFeatures);
@@ -171,15 +172,15 @@ float VadCleaner_v0_0_1::evaluateHop() {
   if (stateReset_.has_value() && stateReset_->update(output_.front())) {
     network_.reset();
   }
-  return output_.front();
+  return true;
 }
 
-int VadCleaner_v0_0_1::process(std::vector<float>& samples) {
+int VadCleaner_v0_0_1::transform(std::vector<float>& samples) {
   const float gain = gain_.update(samples.data(), samples.size());
   shiftIn(samples, gain);
-  const float score = calibration_.score(evaluateHop());
-  samples.assign(1, score);
-  return 1;
+  const bool succeeded = evaluateHop();
+  samples.assign(1, succeeded ? calibration_.score(output_.front()) : 0.0F);
+  return succeeded ? 1 : -1;
 }
 
 }  // namespace ORVEL::NOISE_CANCELLER

@@ -60,14 +60,16 @@ class VadCleaner_v0_0_1 final : public NoiseCleaner {
   /** @throws ORVEL_Exception when weights are missing or do not fit together. */
   VadCleaner_v0_0_1(const WEIGHTS::Model& model, const CleanerTraits& version, int sessionFrameMs);
 
-  /** Replaces the buffer by its score; gives 1. */
-  int process(std::vector<float>& samples) override;
   void reset() override;
 
  private:
+  /** Replaces the buffer by its score; gives 1. */
+  int transform(std::vector<float>& samples) override;
+  bool isFinite() const override { return network_.isFinite(); }
   void readStatistics(const WEIGHTS::Weight& weight);
   void shiftIn(const std::vector<float>& samples, float gain);
-  float evaluateHop();
+  /** False when the transform fails; else the raw score is in output_. */
+  bool evaluateHop();
   void fillHistory();
   void appendNormalised(const std::array<float, kVadFeatures>& features);
 

@@ -1,4 +1,4 @@
-#include "orv-sdk/frame_resampler.h"
+#include "orv-sdk/libresample_resampler.h"
 
 #include <libresample.h>
 #include <malloc.h>
@@ -6,22 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <new>
 
 namespace ORVEL {
 
 namespace {
 
-constexpr int kHighQuality = 1;
 constexpr std::size_t kHeadroom = 1024;
-
-ResamplerHandle duplicate(const ResamplerHandle& original) {
-  ResamplerHandle copy(resample_dup(original.get()));
-  if (copy == nullptr) {
-    throw std::bad_alloc();
-  }
-  return copy;
-}
 
 std::size_t stateSize(void* handle) {
 #ifdef _WIN32
@@ -55,20 +45,17 @@ std::size_t convert(void* handle, double factor, const float* in, std::size_t in
 
 }  // namespace
 
-void CloseResampler::operator()(void* handle) const { resample_close(handle); }
-
 ResamplerCache::Prepared& ResamplerCache::prepared(double factor) {
   Prepared& entry = byFactor_[factor];
   if (entry.handle == nullptr) {
-    entry.handle.reset(resample_open(kHighQuality, factor, factor));
-    if (entry.handle == nullptr) {
-      throw std::bad_alloc();
-    }
+    entry.handle = openResampler(factor);
   }
   return entry;
 }
 
-ResamplerHandle ResamplerCache::open(double factor) { return duplicate(prepared(factor).handle); }
+ResamplerHandle ResamplerCache::open(double factor) {
+  return copyResampler(prepared(factor).handle);
+}
 
 std::size_t ResamplerCache::firstOutputCount(double factor, std::size_t inputCount) {
   Prepared& entry = prepared(factor);
@@ -76,7 +63,7 @@ std::size_t ResamplerCache::firstOutputCount(double factor, std::size_t inputCou
   if (known != entry.firstOutputCounts.end()) {
     return known->second;
   }
-  const ResamplerHandle probe = duplicate(entry.handle);
+  const ResamplerHandle probe = copyResampler(entry.handle);
   const std::vector<float> zeros(inputCount, 0.0F);
   std::vector<float> out(kHeadroom +
                          static_cast<std::size_t>(static_cast<double>(inputCount) * factor));
