@@ -12,21 +12,21 @@ add_library(orvel_weight_objects OBJECT ${ORVEL_WEIGHT_SOURCES} ${ORVEL_TABLE_SO
 target_include_directories(orvel_weight_objects PUBLIC "${PROJECT_SOURCE_DIR}"
                                                        "${PROJECT_SOURCE_DIR}/include"
                                                        "${PROJECT_BINARY_DIR}/generated")
-target_link_libraries(orvel_weight_objects PRIVATE orvel_options)
+target_link_libraries(orvel_weight_objects PUBLIC orvel_digest PRIVATE orvel_options)
 
 add_library(orvel_objects OBJECT ${ORVEL_SOURCES})
-target_link_libraries(orvel_objects PUBLIC orvel_weight_objects orvel_mkl orvel_resample
+target_link_libraries(orvel_objects PUBLIC orvel_weight_objects orvel_math orvel_resample
                                     PRIVATE orvel_options)
 
 set(_export_map "${CMAKE_CURRENT_LIST_DIR}/orvel.map")
-add_library(orvel SHARED ${ORVEL_EXPORT_SOURCES})
+add_library(orvel SHARED ${ORVEL_EXPORT_SOURCES} ${ORVEL_KERNEL_OBJECTS})
 add_library(orvel::orvel ALIAS orvel)
 target_compile_definitions(orvel PRIVATE ORVEL_BUILDING_LIBRARY)
 target_link_libraries(orvel PRIVATE orvel_objects orvel_weight_objects orvel_options)
 target_include_directories(orvel INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
                                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 target_link_options(orvel PRIVATE "-Wl,--version-script=${_export_map}" "-Wl,--exclude-libs,ALL"
-                    "-Wl,--as-needed" "-Wl,-z,relro,-z,now")
+                    "-Wl,--as-needed" "-Wl,-z,nodelete")
 if(NOT ORVEL_SANITIZE)
   # Sanitizer run-times are resolved from the program, so only a plain build can promise this.
   target_link_options(orvel PRIVATE "-Wl,--no-undefined" "-Wl,--gc-sections")
@@ -36,7 +36,7 @@ set_target_properties(orvel PROPERTIES VERSION ${PROJECT_VERSION}
                                        LINKER_LANGUAGE CXX
                                        LINK_DEPENDS "${_export_map}")
 
-add_library(orvel_core STATIC ${ORVEL_EXPORT_SOURCES})
+add_library(orvel_core STATIC ${ORVEL_EXPORT_SOURCES} ${ORVEL_KERNEL_OBJECTS})
 target_compile_definitions(orvel_core PUBLIC ORVEL_STATIC)
 target_link_libraries(orvel_core PUBLIC orvel_objects orvel_weight_objects PRIVATE orvel_options)
 

@@ -5,12 +5,12 @@ file(GLOB _versions RELATIVE "${PROJECT_SOURCE_DIR}" CONFIGURE_DEPENDS
 set(ORVEL_TABLE_SOURCES ${_versions} noise_canceller/cleaner_versions.cpp
                         noise_canceller/tuning_key_table.cpp)
 
-# What reads model files: nothing but the C++ library behind it.
+# What reads model files: nothing but the C++ library and SHA-256 behind it.
 set(ORVEL_WEIGHT_SOURCES
   utils/native_path.cpp
-  utils/orvel_exception.cpp
-  containers/any_map.cpp
+  utils/regular_file.cpp
   weights/control_file.cpp
+  weights/digest.cpp
   weights/model_files.cpp
   weights/model_store.cpp
   weights/weight.cpp
@@ -19,7 +19,9 @@ set(ORVEL_WEIGHT_SOURCES
 
 # The rest of the library, by folder.
 set(ORVEL_SOURCES
-  utils/c_locale_number.cpp
+  ${ORVEL_MATH_SOURCES}
+  utils/call_scope.cpp
+  utils/error_line.cpp
   utils/energy_trackers.cpp
   utils/fft.cpp
   utils/window_generators.cpp
@@ -38,7 +40,7 @@ set(ORVEL_SOURCES
   noise_canceller/weight_parameters.cpp
   orv-sdk/context.cpp
   orv-sdk/exports.cpp
-  orv-sdk/frame_resampler.cpp
+  ${ORVEL_RESAMPLER_SOURCES}
   orv-sdk/instance.cpp
   orv-sdk/last_error.cpp
   orv-sdk/session.cpp

@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include "utils/orvel_exception.h"
+
 namespace ORVEL::CONTAINERS {
 
 /** Polymorphic base of every value kept in an AnyMap. */
@@ -27,7 +29,10 @@ class Any final : public MapObject {
 };
 
 /** Throws the exception of a required value that is missing or of another type. */
-[[noreturn]] void throwMissingData(const std::string& key);
+[[noreturn]] inline void throwMissingData(const std::string& key) {
+  const std::string message = "ERROR DATA With Key: " + key + "doesn't exists";
+  throw UTILS::ORVEL_Exception(message.c_str(), "weights/weight", 176, "getReference");
+}
 
 /**
  * Ordered map from names to values of any type. A value fetched stays alive when the map drops it.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <filesystem>
 #include <new>
 #include <utility>
 
@@ -149,16 +148,14 @@ void Context::loadFile(const char* controlFile, const char* modelName) {
   if (controlFile == nullptr || *controlFile == '\0') {
     throw ModelError("no control file is given");
   }
-  const std::filesystem::path native(UTILS::nativePath(controlFile));
+  const std::string native = UTILS::nativePath(controlFile);
   const std::string name =
-      modelName == nullptr || *modelName == '\0' ? native.stem().string() : modelName;
+      modelName == nullptr || *modelName == '\0' ? UTILS::stemOf(native) : modelName;
   {
     const std::lock_guard lock(mutex_);
     refuseKnownName(name);
   }
-  // An absolute path replaces the directory.
-  add(name,
-      WEIGHTS::readModelFiles((directory_ / native).string(), directory_.string(), messages_));
+  add(name, WEIGHTS::readModelFiles(UTILS::pathIn(directory_, native), directory_, messages_));
 }
 
 void Context::loadContent(std::string_view control, std::string_view weights,

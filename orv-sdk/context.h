@@ -1,6 +1,5 @@
 #pragma once
 
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -62,7 +61,7 @@ class Context : private UTILS::NonCopyMovable {
   void requireModel(const OrvSessionT::Request& request) const;
 
   MessageHandler messages_;
-  std::filesystem::path directory_;
+  std::string directory_;
   std::mutex mutex_;  ///< of all that follows
   InstanceT instance_;
   std::map<std::string, OrvModelInfo> infos_;

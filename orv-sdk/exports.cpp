@@ -1,6 +1,5 @@
 #include "orv-sdk/exports.h"
 
-#include <algorithm>
 #include <array>
 #include <charconv>
 #include <memory>
@@ -40,25 +39,18 @@ int closeInGlobalInstance(const OpenSession& open, void* handle, SessionKind exp
   return kSuccess;
 }
 
-/** A line in storage of its own. */
-class Line {
+/** A number's digits, in storage of its own. */
+class Digits {
  public:
-  Line& operator<<(std::string_view text) {
-    const std::size_t count = std::min(text.size(), text_.size() - size_);
-    std::copy_n(text.begin(), count, text_.begin() + static_cast<std::ptrdiff_t>(size_));
-    size_ += count;
-    return *this;
+  explicit Digits(std::uint32_t number)
+      : end_(std::to_chars(text_.data(), text_.data() + text_.size(), number).ptr) {}
+  std::string_view text() const {
+    return {text_.data(), static_cast<std::size_t>(end_ - text_.data())};
   }
-  Line& operator<<(std::uint32_t number) {
-    std::array<char, 10> digits{};
-    const auto end = std::to_chars(digits.begin(), digits.end(), number).ptr;
-    return *this << std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data()));
-  }
-  std::string_view text() const { return {text_.data(), size_}; }
 
  private:
-  std::array<char, 200> text_{};
-  std::size_t size_ = 0;
+  std::array<char, 10> text_{};
+  const char* end_;
 };
 
 }  // namespace
@@ -71,30 +63,44 @@ int refuseHandle(const OpenSession& open, SessionKind wanted) noexcept {
   }
   if (!instanceExists()) {
     // The text of the exception that the other functions throw here: a frame must not use the heap.
-    printErrors(
-        "ORVEL_Exeption in file orv-sdk/instance Line 35 Function Instance\n messege TRY TO GET "
-        "NULL "
-        "INSTANCE,ISN'T INITIALIZED\n");
+    UTILS::writeErrorLine(
+        {"ORVEL_Exeption in file orv-sdk/instance Line 35 Function Instance\n messege TRY TO GET "
+         "NULL INSTANCE,ISN'T INITIALIZED\n"});
     return kLibraryError;
   }
-  printErrors("The Session pointer is wrong insert existing session pointer\n");
+  UTILS::writeErrorLine({"The Session pointer is wrong insert existing session pointer\n"});
   return kWrongSession;
 }
 
-int refuseFrame(const OpenSession& open, Refusal refusal, const char* text) noexcept {
+// Says `text` and the frame's sizes for sessions of the global instance.
+static int refuseFrame(const OpenSession& open, Refusal refusal, const char* text) noexcept {
   const std::uint32_t input = open.session->inputSize();
   const std::uint32_t output = open.session->outputSize();
   rememberRefusal(open.context, refusal, input, output);
   if (open.context == kGlobalInstance) {
-    Line line;
-    line << text << "\n input size must be " << input << "\n output size must be " << output
-         << "\n";
-    printErrors(line.text());
+    UTILS::writeErrorLine({text, "\n input size must be ", Digits(input).text(),
+                           "\n output size must be ", Digits(output).text(), "\n"});
   }
   return kRejected;
 }
 
+int statusOf(FrameResult result, const OpenSession& open, Refusal refusal,
+             const char* text) noexcept {
+  if (result == FrameResult::kDone) {
+    return kSuccess;
+  }
+  if (result == FrameResult::kRefused) {
+    return refuseFrame(open, refusal, text);
+  }
+  rememberRefusal(open.context, Refusal::kTransform);
+  if (open.context == kGlobalInstance && open.session->failsFirstTime()) {
+    UTILS::writeErrorLine({"ERROR a transform failed, frames of the session are silent\n"});
+  }
+  return kLibraryError;
+}
+
 int closeSession(void* handle, SessionKind expected) noexcept {
+  const UTILS::CallScope scope;
   const OpenSession open = SessionTable::get().find(handle);
   return open.context != kGlobalInstance
              ? closeInContext(open, handle, expected)

@@ -7,7 +7,9 @@
 
 #include "orv-sdk/last_error.h"
 #include "orv-sdk/session_table.h"
+#include "utils/call_scope.h"
 #include "utils/diagnostics.h"
+#include "utils/error_line.h"
 #include "utils/orvel_exception.h"
 
 /** What the exported functions share: status codes, catching, and the way from a handle to its session. */
@@ -23,11 +25,11 @@ enum Status : int {
   kUndefinedError = -1,
 };
 
-/** Writes lines to standard error without the heap; a stream that throws is left alone. */
-template <class... Lines>
-void printErrors(Lines... lines) noexcept {
+/** Writes a line to standard error without the heap; a stream that throws is left alone. Not for frames. */
+inline void printError(std::string_view text) noexcept {
   try {
-    (UTILS::StandardStreams::printError(lines), ...);
+    UTILS::StandardStreams::printError(text);
+    UTILS::StandardStreams::printError("\n");
   } catch (...) {  // NOLINT(bugprone-empty-catch): there is nobody left to tell
   }
 }
@@ -49,12 +51,13 @@ Result guarded(Body&& body, Report&& report, Failed&& failed) noexcept {
   }
 }
 
-/** The same for the functions of the global instance, which print. */
+/** The same for the functions of the global instance, which print; not for frames. */
 template <class Body>
 int guardedStatus(Body&& body) noexcept {
+  const UTILS::CallScope scope;
   return guarded<int>(
       std::forward<Body>(body),
-      [](const char* text, const char* /*message*/) noexcept { printErrors(text, "\n"); },
+      [](const char* text, const char* /*message*/) noexcept { printError(text); },
       [](Status status) -> int { return status; });
 }
 
@@ -68,10 +71,11 @@ int withSession(void* handle, SessionKind kind, Body&& body) noexcept {
   if (open.session == nullptr || open.kind != kind) {
     return refuseHandle(open, kind);
   }
+  const UTILS::FloatingPointMode mode(UTILS::FloatingPointMode::Denormals::kKept);
   return guarded<int>([&]() -> int { return body(open); },
                       [&](const char* text, const char* message) noexcept {
                         if (open.context == kGlobalInstance) {
-                          printErrors(text, "\n");
+                          UTILS::writeErrorLine({text, "\n"});
                         } else {
                           rememberFailure(open.context, message);
                         }
@@ -79,8 +83,9 @@ int withSession(void* handle, SessionKind kind, Body&& body) noexcept {
                       [](Status status) -> int { return status; });
 }
 
-/** Refuses a frame; says `text` and the frame's sizes for sessions of the global instance. */
-int refuseFrame(const OpenSession& open, Refusal refusal, const char* text) noexcept;
+/** The status of a frame: `refusal` and `text` are for one that is refused. Says once that frames fail. */
+int statusOf(FrameResult result, const OpenSession& open, Refusal refusal,
+             const char* text) noexcept;
 
 inline constexpr const char* kInt16Mismatch =
     "ERROR input dataSize or output dataSize or pointers of inputData output Data is wrong";

@@ -22,13 +22,8 @@ std::string withSeparator(const char* directory) {
   throw UTILS::ORVEL_Exception(message, "orv-sdk/instance", line, "Instance");
 }
 
-/** The instance, published for readers that take no lock. */
+/** The instance, published for readers that take no lock. Not destroyed at exit: threads may still use it. */
 constinit std::atomic<InstanceT*> published{nullptr};
-
-/** Destroys it with the process at the latest. */
-struct DestroyAtExit {
-  ~DestroyAtExit() { delete published.exchange(nullptr); }
-} destroyAtExit;
 
 InstanceT* createInstance(const char* directory) {
   const std::lock_guard lock(instanceMutex());

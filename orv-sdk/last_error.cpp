@@ -1,18 +1,16 @@
 #include "orv-sdk/last_error.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <array>
 #include <iterator>
 #include <map>
+#include <memory>
+#include <new>
 #include <string>
 
-// A library that is opened at run time gets the other kinds of thread-local storage from the heap, when a
-// thread first touches them. This kind is scarce: a few words.
-#if defined(__GNUC__)
-#define ORVEL_STATIC_TLS __attribute__((tls_model("initial-exec")))
-#else
-#define ORVEL_STATIC_TLS
-#endif
+#include "utils/static_tls.h"
 
 namespace ORVEL {
 
@@ -29,9 +27,35 @@ struct RememberedRefusal {
 using Refusals = std::array<RememberedRefusal, 4>;
 ORVEL_STATIC_TLS constinit thread_local Refusals refusals{};
 
-thread_local std::map<ContextId, std::string> failures;
+using Failures = std::map<ContextId, std::string>;
 // Contexts come and go; a thread that outlives many of them need not remember all.
 constexpr std::size_t kMostFailures = 256;
+
+/** The calling thread's failures. Not a thread_local: without memory for its destructor the program ends. */
+class ThreadFailures {
+ public:
+  ThreadFailures() noexcept
+      : made_(pthread_key_create(
+                  &key_, [](void* failures) { delete static_cast<Failures*>(failures); }) == 0) {}
+  Failures* find() const noexcept {
+    return made_ ? static_cast<Failures*>(pthread_getspecific(key_)) : nullptr;
+  }
+  Failures& obtain() const {
+    if (Failures* known = find()) {
+      return *known;
+    }
+    auto failures = std::make_unique<Failures>();
+    if (!made_ || pthread_setspecific(key_, failures.get()) != 0) {
+      throw std::bad_alloc();
+    }
+    return *failures.release();
+  }
+
+ private:
+  pthread_key_t key_{};
+  bool made_;
+};
+const ThreadFailures threadFailures;
 
 RememberedRefusal* refusalOf(ContextId context) {
   const auto known = std::find_if(refusals.begin(), refusals.end(), [&](const auto& entry) {
@@ -56,6 +80,8 @@ std::string textOf(const RememberedRefusal& refused) {
              std::to_string(refused.outputSize) + " at the output";
     case Refusal::kDetectorFrame:
       return "wrong count or null pointer: a frame has " + input + " samples and gives one score";
+    case Refusal::kTransform:
+      return "a transform failed: the frame is silent, its score 0";
     case Refusal::kLimit:
       return "the attenuation limit must be finite and not negative";
     case Refusal::kNullResult:
@@ -80,23 +106,34 @@ void rememberFailure(ContextId context, std::string_view reason) noexcept {
     *known = {};
   }
   try {
+    Failures& failures = threadFailures.obtain();
     failures[context] = reason;
     if (failures.size() > kMostFailures) {
       failures.erase(
           std::next(failures.begin()));  // the oldest; the first one belongs to no context
     }
   } catch (...) {
-    failures.erase(context);
+    forgetFailure(context);
+  }
+}
+
+void forgetFailure(ContextId context) noexcept {
+  if (Failures* failures = threadFailures.find()) {
+    failures->erase(context);
   }
 }
 
 const char* lastFailure(ContextId context) noexcept {
   try {
     if (const RememberedRefusal* refused = refusalOf(context)) {
-      return (failures[context] = textOf(*refused)).c_str();
+      return (threadFailures.obtain()[context] = textOf(*refused)).c_str();
     }
-    const auto known = failures.find(context);
-    return known == failures.end() ? "" : known->second.c_str();
+    const Failures* failures = threadFailures.find();
+    if (failures == nullptr) {
+      return "";
+    }
+    const auto known = failures->find(context);
+    return known == failures->end() ? "" : known->second.c_str();
   } catch (...) {
     return "out of memory";
   }

@@ -16,6 +16,7 @@ enum class Refusal : std::uint32_t {
   kNotDetecting,
   kFrame,
   kDetectorFrame,
+  kTransform,
   kLimit,
   kNullResult,
 };
@@ -28,6 +29,9 @@ void rememberRefusal(ContextId context, Refusal refusal, std::uint32_t inputSize
 
 /** Keeps a reason on the heap; without memory for it there is none. */
 void rememberFailure(ContextId context, std::string_view reason) noexcept;
+
+/** Of a context that is gone. */
+void forgetFailure(ContextId context) noexcept;
 
 /** The text of the thread's last failure on that context, "" for none; valid until its next call. */
 const char* lastFailure(ContextId context) noexcept;

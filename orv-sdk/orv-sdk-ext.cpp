@@ -16,9 +16,8 @@ template <class Sample>
 int scoreFrame(void* session, const Sample* input, uint32_t inputCount, float* score,
                const char* mismatch) noexcept {
   return withSession(session, SessionKind::kVoiceActivity, [&](const OpenSession& open) -> int {
-    return open.session->score(input, inputCount, score)
-               ? kSuccess
-               : refuseFrame(open, Refusal::kDetectorFrame, mismatch);
+    return statusOf(open.session->score(input, inputCount, score), open, Refusal::kDetectorFrame,
+                    mismatch);
   });
 }
 
@@ -46,6 +45,7 @@ void fail(ContextId id, Context* context, const char* reason) noexcept {
  */
 template <class Body>
 int withContext(void* handle, Body&& body) noexcept {
+  const UTILS::CallScope scope;
   std::shared_ptr<Context> context;
   const auto report = [&](const char* /*text*/, const char* message) noexcept {
     fail(context == nullptr ? kGlobalInstance : context->id(), context.get(), message);
@@ -122,9 +122,28 @@ int Orv_VAD_ResetSession(void* session) {
   return resetSession(session, SessionKind::kVoiceActivity);
 }
 
+int Orv_Session_GetStatistics(void* session, OrvSessionStatistics* statistics) {
+  const auto give = [&](const OpenSession& open) -> int {
+    constexpr size_t kLeast = offsetof(OrvSessionStatistics, failedFrames);
+    if (statistics == nullptr || statistics->size < kLeast) {
+      rememberRefusal(open.context, Refusal::kNullResult);
+      return kRejected;
+    }
+    const auto counts = open.session->counts();
+    const OrvSessionStatistics result{statistics->size, 0, counts.calls, counts.failures,
+                                      counts.resets};
+    std::memcpy(statistics, &result, std::min<size_t>(statistics->size, sizeof result));
+    return kSuccess;
+  };
+  const OpenSession open = SessionTable::get().find(session);
+  return withSession(session, open.session == nullptr ? SessionKind::kNoiseCleaning : open.kind,
+                     give);
+}
+
 const char* Orv_SDK_GetVersion() { return ORV_VERSION_STRING; }
 
 void* Orv_Context_Create(const char* modelDirectory) {
+  const UTILS::CallScope scope;
   void* context = nullptr;
   guarded<int>(
       [&]() -> int {
@@ -139,8 +158,12 @@ void* Orv_Context_Create(const char* modelDirectory) {
 }
 
 int Orv_Context_Destroy(void* context) {
-  return withContext(context, [&](Context& /*known*/) -> int {
-    return destroyContext(context) ? kSuccess : kNotLoaded;
+  return withContext(context, [&](Context& known) -> int {
+    if (!destroyContext(context)) {
+      return kNotLoaded;
+    }
+    forgetFailure(known.id());
+    return kSuccess;
   });
 }
 
@@ -187,6 +210,7 @@ int Orv_Context_SetMessageHandler(void* context, OrvMessageHandler handler, void
 }
 
 const char* Orv_Context_LastError(void* context) {
+  const UTILS::CallScope scope;
   const char* reason = "";
   guarded<int>(
       [&]() -> int {

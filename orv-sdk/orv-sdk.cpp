@@ -32,9 +32,8 @@ template <class Sample>
 int cleanFrame(void* session, const Sample* input, uint32_t inputCount, Sample* output,
                uint32_t outputCount, const char* mismatch) noexcept {
   return withSession(session, SessionKind::kNoiseCleaning, [&](const OpenSession& open) -> int {
-    return open.session->process(input, inputCount, output, outputCount)
-               ? kSuccess
-               : refuseFrame(open, Refusal::kFrame, mismatch);
+    return statusOf(open.session->process(input, inputCount, output, outputCount), open,
+                    Refusal::kFrame, mismatch);
   });
 }
 
@@ -65,10 +64,8 @@ int Orv_SDK_SetModel(const char* controlFileName, const char* modelName) {
       return kNotLoaded;
     }
     InstanceT* instance = Instance(InstanceAccess::kGet);
-    const std::lock_guard lock(instanceMutex());
-    return instance->models().load(controlFileName, modelName == nullptr ? "" : modelName)
-               ? kSuccess
-               : kNotLoaded;
+    const char* const name = modelName == nullptr ? "" : modelName;
+    return instance->models().load(controlFileName, name, instanceMutex()) ? kSuccess : kNotLoaded;
   });
 }
 

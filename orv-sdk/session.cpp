@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <limits>
 
-#include "utils/denormal_guard.h"
+#include "utils/floating_point_mode.h"
 #include "utils/orvel_exception.h"
 
 namespace ORVEL {
@@ -96,52 +96,60 @@ void OrvSessionT::convert(FrameResampler& resampler) {
   clampFrame(frame_);
 }
 
-void OrvSessionT::cleanFrame() {
-  const UTILS::DenormalGuard guard;
+// Leaves silence when the cleaner fails; the resamplers run all the same, so that the stream keeps its pace.
+bool OrvSessionT::cleanFrame() {
+  const UTILS::FloatingPointMode mode(UTILS::FloatingPointMode::Denormals::kZero);
   convert(*inputResampler_);
-  cleaner_->process(frame_);
+  const bool succeeded = cleaner_->process(frame_) > 0;
   convert(*outputResampler_);
+  if (!succeeded) {
+    std::fill(frame_.begin(), frame_.end(), 0.0F);
+  }
+  return succeeded;
 }
 
-float OrvSessionT::scoreFrame() {
-  const UTILS::DenormalGuard guard;
+// Leaves the score as the frame's only value.
+bool OrvSessionT::scoreFrame() {
+  const UTILS::FloatingPointMode mode(UTILS::FloatingPointMode::Denormals::kZero);
   convert(*inputResampler_);
-  cleaner_->process(frame_);
-  const float score = frame_.front();
-  return std::isfinite(score) ? score : 0.0F;
+  const bool succeeded = cleaner_->process(frame_) > 0;
+  const float score = succeeded ? frame_.front() : 0.0F;
+  frame_.assign(1, std::isfinite(score) ? score : 0.0F);
+  return succeeded;
 }
 
 template <class Sample>
-bool OrvSessionT::process(const Sample* input, std::uint32_t inputCount, Sample* output,
-                          std::uint32_t outputCount) {
+FrameResult OrvSessionT::process(const Sample* input, std::uint32_t inputCount, Sample* output,
+                                 std::uint32_t outputCount) {
   if (inputCount != inputSize_ || outputCount != outputSize_ || input == nullptr ||
       output == nullptr) {
-    return false;
+    return FrameResult::kRefused;
   }
   toFrame(input, inputCount, frame_);
-  cleanFrame();
+  const bool succeeded = cleanFrame();
   fromFrame(frame_, output, outputSize_);
-  return true;
+  return succeeded ? FrameResult::kDone : FrameResult::kFailed;
 }
 
 template <class Sample>
-bool OrvSessionT::score(const Sample* input, std::uint32_t inputCount, float* score) {
+FrameResult OrvSessionT::score(const Sample* input, std::uint32_t inputCount, float* score) {
   if (inputCount != inputSize_ || input == nullptr || score == nullptr) {
-    return false;
+    return FrameResult::kRefused;
   }
   toFrame(input, inputCount, frame_);
-  *score = scoreFrame();
-  return true;
+  const bool succeeded = scoreFrame();
+  *score = frame_.front();
+  return succeeded ? FrameResult::kDone : FrameResult::kFailed;
 }
 
-template bool OrvSessionT::process(const std::int16_t*, std::uint32_t, std::int16_t*,
-                                   std::uint32_t);
-template bool OrvSessionT::process(const float*, std::uint32_t, float*, std::uint32_t);
-template bool OrvSessionT::score(const std::int16_t*, std::uint32_t, float*);
-template bool OrvSessionT::score(const float*, std::uint32_t, float*);
+template FrameResult OrvSessionT::process(const std::int16_t*, std::uint32_t, std::int16_t*,
+                                          std::uint32_t);
+template FrameResult OrvSessionT::process(const float*, std::uint32_t, float*, std::uint32_t);
+template FrameResult OrvSessionT::score(const std::int16_t*, std::uint32_t, float*);
+template FrameResult OrvSessionT::score(const float*, std::uint32_t, float*);
 
 void OrvSessionT::reset() {
-  const UTILS::DenormalGuard guard;
+  const UTILS::FloatingPointMode mode(UTILS::FloatingPointMode::Denormals::kZero);
   inputResampler_->reset();
   cleaner_->reset();
   outputResampler_->reset();

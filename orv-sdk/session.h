@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "noise_canceller/noise_cleaner.h"
@@ -16,6 +17,15 @@ using NOISE_CANCELLER::SessionKind;
 /** Rates that a caller's audio may have, Hz. */
 inline constexpr std::array kSampleRates{8000,  12000, 16000, 24000, 32000,
                                          44100, 48000, 88200, 96000};
+/** What became of a frame. */
+enum class FrameResult {
+  kDone,
+  /** A count or pointer is wrong; nothing was done. */
+  kRefused,
+  /** The arithmetic failed; the output is silence or a score of 0, the stream goes on. */
+  kFailed,
+};
+
 /** Durations that a frame may have, ms. */
 inline constexpr std::array kFrameDurations{10, 20, 30, 40};
 
@@ -49,14 +59,16 @@ class OrvSessionT : private UTILS::NonCopyMovable {
   std::uint32_t inputSize() const { return inputSize_; }
   std::uint32_t outputSize() const { return outputSize_; }
 
-  /** One frame; false, with nothing done, when a count or pointer is wrong. */
   template <class Sample>
-  bool process(const Sample* input, std::uint32_t inputCount, Sample* output,
-               std::uint32_t outputCount);
+  FrameResult process(const Sample* input, std::uint32_t inputCount, Sample* output,
+                      std::uint32_t outputCount);
 
-  /** One frame of a voice-activity session to its score; false as `process`. */
+  /** One frame of a voice-activity session to its score. */
   template <class Sample>
-  bool score(const Sample* input, std::uint32_t inputCount, float* score);
+  FrameResult score(const Sample* input, std::uint32_t inputCount, float* score);
+
+  /** What the cleaner counts; from any thread. */
+  NOISE_CANCELLER::NoiseCleaner::Counts counts() const { return cleaner_->counts(); }
 
   /** Delay of the whole session, in samples at the output rate. */
   std::uint32_t latency() const;
@@ -64,12 +76,15 @@ class OrvSessionT : private UTILS::NonCopyMovable {
   /** From the next hop on no bin's gain is below this; 0 for no limit. */
   void setGainFloor(float gain) { cleaner_->setGainFloor(gain); }
 
+  /** True for the first failed frame, which is worth a message. */
+  bool failsFirstTime() { return !std::exchange(hasFailed_, true); }
+
   /** Back to the state as opened; the gain floor stays. Allocates nothing. */
   void reset();
 
  private:
-  void cleanFrame();
-  float scoreFrame();
+  bool cleanFrame();
+  bool scoreFrame();
   void convert(FrameResampler& resampler);
 
   std::shared_ptr<NOISE_CANCELLER::NoiseCleaner> cleaner_;
@@ -80,6 +95,7 @@ class OrvSessionT : private UTILS::NonCopyMovable {
   std::uint32_t outputSize_ = 0;
   std::uint32_t modelRate_ = 0;
   std::uint32_t outputRate_ = 0;
+  bool hasFailed_ = false;
   std::vector<float> frame_;
   std::vector<float> converted_;
 };

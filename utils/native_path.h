@@ -1,10 +1,7 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <tuple>
 
 namespace ORVEL::UTILS {
 
@@ -14,41 +11,20 @@ namespace ORVEL::UTILS {
  */
 std::string nativePath(std::string_view path);
 
-/** True when the path leads to a regular file: no directory, pipe or device, which could block. */
-bool isRegularFile(const std::string& native);
+// Parts of native paths. Not std::filesystem's: its paths do not survive a failed allocation.
 
-/** Tells a file and its content from every other: it changes when the file is written again. */
-struct FileIdentity {
-  std::string canonicalPath;
-  std::uint64_t device = 0;
-  std::uint64_t inode = 0;
-  std::uint64_t size = 0;
-  std::int64_t modified = 0;
-  std::int64_t changed = 0;
+/** The folder that the path lies in; "." for a name alone. */
+std::string folderOf(std::string_view path);
 
-  bool operator<(const FileIdentity& other) const {
-    const auto values = [](const FileIdentity& file) {
-      return std::tie(file.canonicalPath, file.device, file.inode, file.size, file.modified,
-                      file.changed);
-    };
-    return values(*this) < values(other);
-  }
-};
+/** The last part without its extension. */
+std::string stemOf(std::string_view path);
 
-/**
- * The identity of a regular file; nothing when there is none, or when the file was written a moment ago:
- * writing it once more could then leave the identity as it is.
- */
-std::optional<FileIdentity> identifyFile(const std::string& native);
+bool isAbsolutePath(std::string_view path);
 
-/** The content of a file, or why there is none. */
-struct FileContent {
-  std::string bytes;
-  /** Such as "is not a regular file"; empty when the file was read. */
-  std::string problem;
-};
+/** `path` seen from the folder; an absolute one stays as it is, and so does any path without a folder. */
+std::string pathIn(std::string_view folder, std::string_view path);
 
-/** Reads a regular file of at most so many bytes; throws nothing but for want of memory. */
-FileContent readFile(const std::string& native, std::uint64_t mostBytes);
+/** Whether a part of the path is "..". */
+bool leadsUp(std::string_view path);
 
 }  // namespace ORVEL::UTILS

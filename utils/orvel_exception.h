@@ -9,10 +9,12 @@ namespace ORVEL::UTILS {
 class ORVEL_Exception : public std::exception {
  public:
   /** `file` is the throwing unit without its extension, `line` 0 where no line is meaningful. */
-  ORVEL_Exception(const char* message, const char* file, int line, const char* function);
-  ORVEL_Exception(const ORVEL_Exception&) = default;
-  ORVEL_Exception& operator=(const ORVEL_Exception&) = default;
-  ~ORVEL_Exception() override;
+  ORVEL_Exception(const char* message, const char* file, int line, const char* function)
+      : text_(std::string("ORVEL_Exeption in file ") + file + " Line " + std::to_string(line) +
+              " Function " + function + "\n messege "),
+        messageAt_(text_.size()) {
+    text_ += message;
+  }
 
   const char* what() const noexcept override { return text_.c_str(); }
   /** The message without the place. */

@@ -1,12 +1,14 @@
 #include "weights/control_file.h"
 
 #include "utils/native_path.h"
+#include "utils/regular_file.h"
 
 namespace ORVEL::WEIGHTS {
 
 namespace {
 
 constexpr std::string_view kBlanks = " \t\n\v\f\r";
+constexpr std::string_view kDigestMark = "#SHA256 ";
 
 std::string_view trimmed(std::string_view text) {
   const std::size_t begin = text.find_first_not_of(kBlanks);
@@ -25,6 +27,9 @@ ControlText parseControlText(std::string_view text) {
     const std::string_view line = text.substr(0, end);
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
     const std::string_view entry = trimmed(line);
+    if (result.digest.empty() && line.starts_with(kDigestMark)) {
+      result.digest = trimmed(line.substr(kDigestMark.size()));
+    }
     if (entry.empty() || line.front() == '#') {
       continue;
     }
@@ -42,7 +47,8 @@ ControlText parseControlText(std::string_view text) {
 }
 
 std::optional<std::vector<ControlEntry>> readControlFile(const std::string& path) {
-  const UTILS::FileContent file = UTILS::readFile(UTILS::nativePath(path), kMostControlBytes);
+  const UTILS::FileContent file =
+      UTILS::RegularFile(UTILS::nativePath(path)).read(kMostControlBytes);
   if (!file.problem.empty()) {
     return std::nullopt;
   }

@@ -19,13 +19,15 @@ inline constexpr std::size_t kMostControlBytes = std::size_t{1} << 20U;
 /** The entries of a control file, or why there are none. */
 struct ControlText {
   std::vector<ControlEntry> entries;
+  /** Of the line "#SHA256 HEX", which is a comment to other readers; empty without one. */
+  std::string digest;
   /** Such as "line 3: KEY has no value"; empty when the text is one of a control file. */
   std::string problem;
 };
 
 /**
  * Splits the text of a control file: a key, white space and a value on each line; empty lines and lines
- * whose first character is "#" are skipped. The value may contain blanks. White space is that of the C
+ * whose first character is "#" are skipped, but the first of the form "#SHA256 HEX" gives the digest of the weight file. The value may contain blanks. White space is that of the C
  * locale.
  */
 ControlText parseControlText(std::string_view text);

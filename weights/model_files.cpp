@@ -1,27 +1,27 @@
 // Models read by strict rules: whole and sound files only, and a reason for everything else.
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
-#include <filesystem>
-#include <system_error>
 
 #include "utils/native_path.h"
+#include "utils/regular_file.h"
 #include "weights/model_store.h"
 
 namespace ORVEL::WEIGHTS {
 
 namespace {
 
-namespace fs = std::filesystem;
-
-// A hundred times the largest network that runs in real time.
-constexpr std::uint64_t kMostWeightBytes = std::uint64_t{1} << 30U;
-
 [[noreturn]] void refuse(const std::string& label, const std::string& problem) {
   throw ModelError(label + ": " + problem);
 }
 
-/** Fills in the keys; gives the name of the weight file, empty where there is none. */
-std::string applyEntries(const std::string& label, std::string_view text, Model& model) {
+/** Fills in the keys; gives the name and the digest of the weight file, empty where there is none. */
+struct NamedWeights {
+  std::string file;
+  std::string digest;
+};
+NamedWeights applyEntries(const std::string& label, std::string_view text, Model& model) {
   if (text.size() > kMostControlBytes) {
     refuse(label, "is larger than " + std::to_string(kMostControlBytes >> 20U) + " MiB");
   }
@@ -32,79 +32,56 @@ std::string applyEntries(const std::string& label, std::string_view text, Model&
   if (!control.problem.empty()) {
     refuse(label, control.problem);
   }
-  std::string weightFile;
+  NamedWeights weights{{}, control.digest};
   for (const auto& [key, value] : control.entries) {
     if (key == "CONTROLFILE") {
       model.diagnostics.warnLine(label, ": CONTROLFILE is ignored");
-    } else if (key == "WEIGHT" && !weightFile.empty()) {
+    } else if (key == "WEIGHT" && !weights.file.empty()) {
       model.diagnostics.warnLine(label, ": a second WEIGHT is ignored");
     } else if (key == "WEIGHT") {
-      weightFile = value;
+      weights.file = value;
     } else if (model.keys.set<std::string>(key, value, true) == nullptr) {
       refuse(label, "sets the key " + key + " twice");
     } else {
       model.diagnostics.note(label, ": ", key, " = ", value);
     }
   }
-  return weightFile;
-}
-
-bool liesIn(const fs::path& folder, const fs::path& file) {
-  const fs::path way = file.lexically_relative(folder);
-  return !way.empty() && *way.begin() != "..";
-}
-
-fs::path absoluteFolder(const fs::path& folder) {
-  // A separator at the end would count as one more, empty, part.
-  return fs::absolute(folder.empty() ? "." : folder).lexically_normal() / "";
+  return weights;
 }
 
 std::string findWeightFile(const std::string& label, const std::string& name,
                            const std::string& directory) {
-  const fs::path named(UTILS::nativePath(name));
-  if (named.is_absolute()) {
-    return named.string();
-  }
-  const std::array folders{absoluteFolder(fs::path(label).parent_path()),
-                           absoluteFolder(directory)};
-  bool leavesFolders = true;
-  for (const fs::path& folder : folders) {
-    const fs::path candidate = (folder / named).lexically_normal();
-    if (!liesIn(folders[0], candidate) && !liesIn(folders[1], candidate)) {
-      continue;
-    }
-    leavesFolders = false;
-    std::error_code ignored;
-    if (fs::exists(candidate, ignored)) {
-      return candidate.string();
-    }
-  }
-  if (leavesFolders) {
+  const std::string named = UTILS::nativePath(name);
+  if (UTILS::leadsUp(named)) {
     refuse(label, "the weight file " + name +
-                      " lies outside the folders of the control file and of "
-                      "the models");
+                      " lies outside the folders of models (it is named with \"..\")");
   }
-  const std::string places = folders[0] == folders[1]
-                                 ? folders[0].string()
-                                 : folders[0].string() + " and " + folders[1].string();
-  refuse(label, "the weight file " + name + " is missing (looked in " + places + ")");
+  const std::array places{UTILS::pathIn(UTILS::folderOf(label), named),
+                          UTILS::pathIn(directory, named)};
+  for (const std::string& place : places) {
+    if (access(place.c_str(), F_OK) == 0) {
+      return place;
+    }
+  }
+  refuse(label, "the weight file " + name + " is missing (looked for " + places[0] +
+                    (places[0] == places[1] ? "" : " and " + places[1]) + ")");
 }
 
 }  // namespace
 
 ModelFiles readModelFiles(const std::string& controlFile, const std::string& directory,
                           UTILS::Diagnostics& diagnostics) {
-  const UTILS::FileContent control = UTILS::readFile(controlFile, kMostControlBytes);
+  const UTILS::FileContent control = UTILS::RegularFile(controlFile).read(kMostControlBytes);
   if (!control.problem.empty()) {
     refuse(controlFile, control.problem + " (control file)");
   }
   ModelFiles files{std::make_shared<Model>(diagnostics), {}};
-  const std::string name = applyEntries(controlFile, control.bytes, *files.model);
-  if (name.empty()) {
+  const NamedWeights named = applyEntries(controlFile, control.bytes, *files.model);
+  if (named.file.empty()) {
     refuse(controlFile, "names no weight file (no WEIGHT entry)");
   }
-  files.weightLabel = findWeightFile(controlFile, name, directory);
-  const WeightFile weights = openWeightFile(files.weightLabel, kMostWeightBytes);
+  files.weightLabel = findWeightFile(controlFile, named.file, directory);
+  const WeightFile weights = openWeightFile(files.weightLabel, named.digest);
   if (!weights.problem.empty()) {
     refuse(files.weightLabel, weights.problem);
   }
@@ -116,7 +93,10 @@ ModelFiles readModelFiles(const std::string& controlFile, const std::string& dir
 ModelFiles readModelContent(std::string_view control, std::string_view weights,
                             UTILS::Diagnostics& diagnostics) {
   ModelFiles files{std::make_shared<Model>(diagnostics), "the weights in memory"};
-  applyEntries("the control text", control, *files.model);
+  const NamedWeights named = applyEntries("the control text", control, *files.model);
+  if (const std::string problem = problemOfDigest(weights, named.digest); !problem.empty()) {
+    refuse(files.weightLabel, problem);
+  }
   const auto weight = std::make_shared<Weight>();
   if (const std::string problem = weight->parse(weights); !problem.empty()) {
     refuse(files.weightLabel, problem);

@@ -1,7 +1,5 @@
 #include "weights/model_store.h"
 
-#include <limits>
-
 namespace ORVEL::WEIGHTS {
 
 namespace {
@@ -23,6 +21,8 @@ std::string weightName(const std::string& path) {
 
 /** A model while its control file is read. */
 struct ModelStore::Loading {
+  /** Of the store. */
+  std::mutex& mutex;
   ModelEntry model;
   /** Name of a weight set loaded for this model; empty when its weights are shared. */
   std::string newWeightName;
@@ -37,6 +37,11 @@ ModelEntry ModelStore::find(const std::string& modelName) const {
   return position == modelIndex_.end() ? nullptr : models_[position->second];
 }
 
+std::shared_ptr<const Weight> ModelStore::sharedWeight(const std::string& weightName) const {
+  const auto known = weightIndex_.find(weightName);
+  return known == weightIndex_.end() ? nullptr : models_[known->second]->weight;
+}
+
 bool ModelStore::includeWeight(const std::string& value, const std::string& controlFileName,
                                Loading& loading) const {
   diagnostics_.note("WEIGHT ", value);
@@ -46,12 +51,15 @@ bool ModelStore::includeWeight(const std::string& value, const std::string& cont
     diagnostics_.warn("ERROR WEIGHT NAME ISNT BIGGER ENOUGHT\n");
     return true;
   }
-  if (const auto known = weightIndex_.find(name); known != weightIndex_.end()) {
-    loading.model->weight = models_[known->second]->weight;
+  {
+    const std::lock_guard lock(loading.mutex);
+    loading.model->weight = sharedWeight(name);
+  }
+  if (loading.model->weight != nullptr) {
     return true;
   }
   loading.newWeightName = name;
-  loading.model->weight = openWeightFile(path, std::numeric_limits<std::uint64_t>::max()).weight;
+  loading.model->weight = openWeightFile(path).weight;
   if (loading.model->weight == nullptr) {
     diagnostics_.warnLine("WARNING weight isn't loaded \n control file", controlFileName,
                           " \n weigth file: ", path);
@@ -80,15 +88,19 @@ bool ModelStore::apply(const ControlEntry& entry, const std::string& controlFile
   return loading.model->keys.set<std::string>(entry.key, entry.value, true) != nullptr;
 }
 
-bool ModelStore::load(const std::string& controlFileName, const std::string& modelName) {
-  if (modelIndex_.contains(modelName)) {
-    return false;
+bool ModelStore::load(const std::string& controlFileName, const std::string& modelName,
+                      std::mutex& mutex) {
+  {
+    const std::lock_guard lock(mutex);
+    if (modelIndex_.contains(modelName)) {
+      return false;
+    }
   }
   const auto entries = readControlFile(resolve(controlFileName));
   if (!entries.has_value() || entries->empty()) {
     return false;
   }
-  Loading loading{.model = std::make_shared<Model>(diagnostics_), .newWeightName = {}};
+  Loading loading{mutex, std::make_shared<Model>(diagnostics_), {}};
   for (const ControlEntry& entry : *entries) {
     if (!apply(entry, controlFileName, loading)) {
       return false;
@@ -99,17 +111,30 @@ bool ModelStore::load(const std::string& controlFileName, const std::string& mod
         "Warning Weight name isn't included or weight has beeen included before \n");
     return false;
   }
-  add(modelName, loading.model);
-  if (!loading.newWeightName.empty()) {
-    weightIndex_.emplace(loading.newWeightName, models_.size() - 1);
+  const std::lock_guard lock(mutex);
+  // Another thread may have been faster.
+  if (modelIndex_.contains(modelName)) {
+    return false;
   }
+  if (auto shared = sharedWeight(loading.newWeightName)) {
+    loading.model->weight = std::move(shared);
+    loading.newWeightName.clear();
+  }
+  add(modelName, loading.model, loading.newWeightName);
   return true;
 }
 
-void ModelStore::add(const std::string& modelName, ModelEntry model) {
-  models_.reserve(models_.size() + 1);
-  modelIndex_.emplace(modelName, models_.size());
+// What can fail comes first.
+void ModelStore::add(const std::string& modelName, ModelEntry model,
+                     const std::string& newWeightName) {
+  std::map<std::string, std::size_t> index{{modelName, models_.size()}};
+  std::map<std::string, std::size_t> weight;
+  if (!newWeightName.empty()) {
+    weight.emplace(newWeightName, models_.size());
+  }
   models_.push_back(std::move(model));
+  modelIndex_.merge(index);
+  weightIndex_.merge(weight);
 }
 
 }  // namespace ORVEL::WEIGHTS

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -32,8 +33,8 @@ struct Model {
 using ModelEntry = std::shared_ptr<Model>;
 
 /**
- * The loaded models, in order of registration, found by name. Not locked: `load` is called by one
- * thread at a time; entries never change afterwards.
+ * The loaded models, in order of registration, found by name; entries never change. Not locked but in
+ * `load`.
  */
 class ModelStore {
  public:
@@ -45,12 +46,14 @@ class ModelStore {
    * Loads the control file by lenient rules and registers the model under the name. Gives out what it
    * reads and what is wrong, with these exceptions, which it says nothing about: a name that is in use, a
    * control file that cannot be read, holds no entry or an entry without a value, and a key that is set
-   * twice. On failure nothing is registered.
+   * twice. On failure, also by an exception, nothing is registered.
+   *
+   * @param mutex guards the store; held to look models up and to register, not while files are read.
    */
-  bool load(const std::string& controlFileName, const std::string& modelName);
+  bool load(const std::string& controlFileName, const std::string& modelName, std::mutex& mutex);
 
-  /** Registers a model under a name that is not in use. */
-  void add(const std::string& modelName, ModelEntry model);
+  /** Registers a model under a name that is not in use; nothing, when that throws. */
+  void add(const std::string& modelName, ModelEntry model, const std::string& newWeightName = "");
 
   /** The model of that name, or an empty pointer. */
   ModelEntry find(const std::string& modelName) const;
@@ -61,6 +64,7 @@ class ModelStore {
   struct Loading;
 
   std::string resolve(const std::string& path) const;
+  std::shared_ptr<const Weight> sharedWeight(const std::string& weightName) const;
   bool includeWeight(const std::string& value, const std::string& controlFileName,
                      Loading& loading) const;
   bool apply(const ControlEntry& entry, const std::string& controlFileName, Loading& loading) const;
@@ -87,8 +91,8 @@ struct ModelFiles {
 
 /**
  * Reads a control file and the weight file that it names. Slashes and backslashes separate folders. A
- * relative weight path is looked for beside the control file, then in `directory`; it must not lead out of
- * both. Weights of one file are shared with everybody in the process.
+ * relative weight path is looked for beside the control file, then in `directory`; it must not
+ * hold "..". Weights of one file are shared with everybody in the process.
  *
  * @throws ModelError for files that are missing, damaged, truncated or of another kind, for a weight file
  *         that is not named, and for a key that is set twice.

@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
 #include <numeric>
 #include <vector>
 
 #include "containers/matrix.h"
 #include "utils/native_path.h"
 #include "utils/orvel_exception.h"
+#include "utils/regular_file.h"
+#include "weights/digest.h"
 
 namespace ORVEL::WEIGHTS {
 
@@ -79,7 +80,7 @@ std::uint64_t countElements(const std::vector<T>& list, bool leavesOutLast) {
 
 bool Weight::load(const char* path, UTILS::Diagnostics& diagnostics) {
   const UTILS::FileContent file =
-      UTILS::readFile(UTILS::nativePath(path), std::numeric_limits<std::uint64_t>::max());
+      UTILS::RegularFile(UTILS::nativePath(path)).read(kMostWeightBytes);
   if (!file.problem.empty()) {
     error_ = "Corrupted weight file!";
     return false;
@@ -91,21 +92,33 @@ bool Weight::load(const char* path, UTILS::Diagnostics& diagnostics) {
   return error_.empty();
 }
 
-WeightFile openWeightFile(const std::string& path, std::uint64_t mostBytes) {
-  const std::string native = UTILS::nativePath(path);
-  const auto identity = UTILS::identifyFile(native);
+std::string problemOfDigest(std::string_view bytes, const std::string& wanted) {
+  return wanted.empty() || sha256(bytes) == wanted
+             ? ""
+             : "has not the SHA-256 that the control file names (damaged, or of another model?)";
+}
+
+WeightFile openWeightFile(const std::string& path, const std::string& digest) {
+  const UTILS::RegularFile file(UTILS::nativePath(path));
+  const auto identity = file.identity();
   OpenWeightFiles& files = OpenWeightFiles::get();
-  if (identity.has_value()) {
-    if (auto shared = files.find(*identity)) {
-      return {std::move(shared), {}};
-    }
+  std::shared_ptr<const Weight> shared = identity.has_value() ? files.find(*identity) : nullptr;
+  if (shared != nullptr && (digest.empty() || digest == shared->digest())) {
+    return {std::move(shared), {}};
   }
-  UTILS::FileContent content = UTILS::readFile(native, mostBytes);
+  UTILS::FileContent content = file.read(kMostWeightBytes);
+  if (content.problem.empty()) {
+    content.problem = problemOfDigest(content.bytes, digest);
+  }
   if (!content.problem.empty()) {
     return {nullptr, std::move(content.problem)};
   }
+  if (shared != nullptr) {
+    return {std::move(shared), {}};
+  }
   auto weight = std::make_shared<Weight>();
   std::string problem = weight->parse(content.bytes);
+  weight->setDigest(digest);
   if (!weight->error().empty()) {
     return {nullptr, std::move(problem)};
   }

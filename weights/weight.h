@@ -59,9 +59,14 @@ class Weight : private UTILS::NonCopyable {
     return made;
   }
 
+  /** The SHA-256 that the bytes were compared with; empty when they were not. */
+  const std::string& digest() const { return digest_; }
+  void setDigest(const std::string& digest) { digest_ = digest; }
+
  private:
   CONTAINERS::AnyMap values_;
   std::string error_;
+  std::string digest_;
   mutable std::mutex derivedMutex_;
   mutable std::map<std::pair<std::type_index, std::string>, std::shared_ptr<const void>> derived_;
 };
@@ -71,14 +76,20 @@ class Weight : private UTILS::NonCopyable {
  * file, for as long as somebody does.
  */
 struct WeightFile {
-  /** Null when the file cannot be read or ends inside a record's name. */
+  /** Null when the file cannot be read, has another digest or ends inside a record's name. */
   std::shared_ptr<const Weight> weight;
   /** What is wrong; empty when the file is whole. */
   std::string problem;
 };
 
-/** @param mostBytes size from which a file is not read. */
-WeightFile openWeightFile(const std::string& path, std::uint64_t mostBytes);
+/** Twenty-five times the largest network that runs in real time. */
+inline constexpr std::uint64_t kMostWeightBytes = std::uint64_t{256} << 20U;
+
+/** @param digest the SHA-256 that the file must have; any when empty. */
+WeightFile openWeightFile(const std::string& path, const std::string& digest = "");
+
+/** What is wrong when the bytes have another SHA-256 than the wanted one; empty when nothing is wanted. */
+std::string problemOfDigest(std::string_view bytes, const std::string& wanted);
 
 /** What the session layer needs to know of a weight set before it builds a cleaner. */
 struct WeightInfo {

@@ -14,9 +14,17 @@
  * are independent, also of sessions being created or closed and of models being loaded meanwhile.
  * Nothing else may use the instance or its sessions during Orv_SDK_GlobalDestroy.
  *
+ * Process: exit may be called while threads process audio or open sessions; nothing is freed at exit.
+ * The library stays loaded: after dlclose its sessions go on, and a later dlopen finds them. After fork
+ * the child may use contexts (orv_sdk_ext.h) that it creates itself, and nothing that was open before; a
+ * fork waits for calls that load models or open or close sessions. A message handler must not fork.
+ *
  * Real time: the two clean functions allocate no memory and take no lock; they make no system call but
- * the one that writes the reason of a refused frame. All other functions may allocate, lock and read
- * files.
+ * those that write the reason of a refused frame. All other functions may allocate, lock and read files.
+ *
+ * Arithmetic: every call computes with rounding to nearest and without traps, in frames with denormal
+ * numbers as zero, whatever floating-point mode the thread has set, and leaves the thread's mode and flags
+ * as they were.
  *
  * Errors: no exception leaves the library. Functions that return int give
  *    0  success
@@ -31,6 +39,9 @@
  *      larger than 1 MiB, holds no entry or an entry without a value, or sets a tuning key twice;
  *    - warnings of tuning keys, given when a session is created, go to standard output;
  *    - a null result pointer and an attenuation limit out of range (orv_sdk_ext.h) give 1 and no text.
+ * The reason of a refused frame is written by one write to descriptor 2, not through the streams of C or
+ * C++. It is left out when that would wait or has no reader, and when more than 1000 come in a burst or
+ * more than 10 a second for long. It raises no signal and leaves errno as it was.
  * Programs that need the reasons, or must not print, use the contexts of orv_sdk_ext.h.
  *
  * Numbers in control files are read as in the C locale, whatever locale the program has set.
@@ -80,7 +91,8 @@ ORV_API int Orv_SDK_GlobalDestroy(void);
  *
  * Models whose weight files have the same base name share the weights that were loaded first. Of a weight
  * file that is cut inside a record, the records before it are used; whether they suffice shows when a
- * session is created.
+ * session is created. Files are read outside of all locks; one of more than 256 MiB is not loaded. Unless
+ * the result is 0 nothing is registered.
  *
  * @param controlFileName path of the control file, relative to the model directory unless it starts
  *        with a drive letter: an absolute POSIX path works only without a model directory.
@@ -96,8 +108,8 @@ ORV_API int Orv_SDK_SetModel(const char* controlFileName, const char* modelName)
  * @param outputSampleRate rate of the frames returned, in Hz (one of the nine).
  * @param frameDurationMs 10, 20, 30 or 40.
  * @param modelName a name given to Orv_SDK_SetModel, or NULL for the noise-cleaning model whose own
- *        rate is nearest to inputSampleRate without being above it, the first loaded on a tie. A named
- *        model is taken whatever it is for: with a voice-activity model the session is one of voice
+ *        rate is nearest to inputSampleRate without being above it, the first loaded on a tie;
+ *        models whose weights do not tell kind and rate are passed over. A named model is taken whatever it is for: with a voice-activity model the session is one of voice
  *        activity, which only the functions for those accept.
  * @return the session's handle, owned by the library until it is closed; NULL on any failure. A handle
  *         is never given out twice within a process.
@@ -138,7 +150,7 @@ ORV_API int Orv_VAD_CloseSession(void* session);
  * @param outputCount outputSampleRate * frameDurationMs / 1000.
  * @return 0; 1 when a count or pointer is wrong (nothing is written to output, the stream is unchanged);
  *         2 when the handle is not that of an open noise-cleaning session; -3 when it is unknown and the
- *         library not initialised.
+ *         library not initialised, or when the frame could not be processed: the output is silent then.
  */
 ORV_API int Orv_NC_CleanAmbientNoiseInt16(void* session, const int16_t* input, uint32_t inputCount,
                                           int16_t* output, uint32_t outputCount);

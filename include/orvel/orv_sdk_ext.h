@@ -15,7 +15,7 @@
  * Orv_Context_Destroy must be the last call on a context and on its sessions.
  *
  * Real time: Orv_VAD_Process*, Orv_NC_GetLatency, Orv_NC_SetAttenuationLimit and the two reset
- * functions allocate no memory and take no lock; they make no system call but the one that writes the
+ * functions allocate no memory and take no lock; they make no system call but those that write the
  * reason of a refused frame, which sessions of a context do not. A call that is refused in a session of
  * a context prints nothing and calls no handler. All Orv_Context functions may allocate, lock and read
  * files.
@@ -44,7 +44,8 @@ extern "C" {
  * @param score receives one value: for a calibrated model in [0.00001, 0.99999] with 0.5 at the
  *        model's best operating point, otherwise the raw output of the network.
  * @return 0; 1 when the count or a pointer is wrong (the stream is unchanged); 2 when the handle is
- *         not that of an open voice-activity session.
+ *         not that of an open voice-activity session; -3 when the frame could not be processed: its
+ *         score is 0 then.
  */
 ORV_API int Orv_VAD_ProcessInt16(void* session, const int16_t* input, uint32_t inputCount,
                                  float* score);
@@ -84,6 +85,28 @@ ORV_API int Orv_NC_ResetSession(void* session);
 
 /** The same for a voice-activity session. Real-time safe. */
 ORV_API int Orv_VAD_ResetSession(void* session);
+
+/** What a session has been through. Later versions add members at the end only. */
+typedef struct OrvSessionStatistics { /* NOLINT(modernize-use-using): C */
+  uint32_t size;                      /**< set by the caller: sizeof(OrvSessionStatistics) */
+  uint32_t reserved;                  /**< 0 */
+  uint64_t frames;                    /**< processed, those that failed included */
+  uint64_t failedFrames;              /**< that the arithmetic could not process */
+  uint64_t stateResets; /**< times the model's state became infinite or NaN and was cleared */
+} OrvSessionStatistics;
+
+/**
+ * Tells what a session of either kind has counted since it was created; a reset does not clear it. A state
+ * that is no longer finite would never heal: it is noticed in the frame in which it arises, that frame
+ * gives silence or a score of 0, and the model begins as in a new session. Real-time safe; may be called
+ * from any thread while the session is open.
+ *
+ * @param statistics receives the counts; its member size must be set. No more than that is written, and
+ *        members that this version of the library does not know are left as they are.
+ * @return 0; 1 when statistics is NULL or its size too small for size and frames; 2 when the handle is not
+ *         that of an open session.
+ */
+ORV_API int Orv_Session_GetStatistics(void* session, OrvSessionStatistics* statistics);
 
 /**
  * The version of the library that is running, as "1.0.0"; ORV_VERSION_STRING is that of the headers.
@@ -127,8 +150,9 @@ ORV_API int Orv_Context_Destroy(void* context);
  *
  * @param controlFileName path of the control file, relative to the context's model directory unless
  *        it is absolute. The weight file that it names is looked for beside the control file, then in
- *        the model directory; a relative name that leads out of both folders is refused. At most 1 MiB
- *        and 1 GiB are read.
+ *        the model directory; a name with ".." is refused. At most 1 MiB and 256 MiB are read. A line
+ *        "#SHA256 HEX" in the control file is the SHA-256 of the weight file, which must then have it;
+ *        other readers take that line for a comment.
  * @param modelName name for the create functions; each name can be used once in a context. NULL or
  *        "": the file's name without folder and extension.
  * @return 0; 2 not loaded, with the reason in Orv_Context_LastError and to the message handler, or not

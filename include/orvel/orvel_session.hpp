@@ -35,6 +35,13 @@ struct DetectorOptions {
   std::string model = {};  ///< empty: chosen as for a Cleaner
 };
 
+/** What a session has counted since it was created. */
+struct Statistics {
+  std::uint64_t frames;        // processed, those that failed included
+  std::uint64_t failedFrames;  // that the arithmetic could not process
+  std::uint64_t stateResets;   // times the model's state became infinite or NaN and was cleared
+};
+
 namespace detail {
 
 inline const char* nameOrNull(const std::string& name) noexcept {
@@ -68,6 +75,12 @@ class Session {
     if (status == 0) return;
     if (context_ == nullptr) throw Error(status, std::string(call) + ": a moved-from session");
     context_->fail(status, call);
+  }
+  Statistics statistics() const {
+    OrvSessionStatistics counts{};
+    counts.size = sizeof counts;
+    check(Orv_Session_GetStatistics(handle_, &counts), "Orv_Session_GetStatistics");
+    return {counts.frames, counts.failedFrames, counts.stateResets};
   }
 
  private:
@@ -141,6 +154,8 @@ class Cleaner {
   std::size_t outputSize() const noexcept { return samples(outputRate_); }
   /** Samples at the output rate by which the output lags behind the input. */
   std::size_t latency() const noexcept { return latency_; }
+  /** May be called from any thread. */
+  Statistics statistics() const { return session_.statistics(); }
   /** For the Orv_NC functions. */
   void* handle() const noexcept { return session_.handle(); }
 
@@ -212,6 +227,8 @@ class Detector {
   std::size_t frameSize() const noexcept {
     return static_cast<std::size_t>(rate_) * static_cast<std::size_t>(frameMs_) / 1000;
   }
+  /** May be called from any thread. */
+  Statistics statistics() const { return session_.statistics(); }
   /** For the Orv_VAD functions. */
   void* handle() const noexcept { return session_.handle(); }
 

@@ -12,7 +12,7 @@ in the checkout's release build and in the system's folders, models in ORVEL_MOD
 and in share/orvel/models. Messages of the library go to the logger "orvel".
 """
 
-from orvel.library import CleaningSession, DetectionSession, Library, Model, OrvelError, model_folder
+from orvel.library import CleaningSession, DetectionSession, Library, Model, OrvelError, Statistics, model_folder
 from orvel.streams import RATES, Cleaner, VoiceDetector, clean, models
 
 __all__ = [
@@ -23,6 +23,7 @@ __all__ = [
     "Library",
     "Model",
     "OrvelError",
+    "Statistics",
     "VoiceDetector",
     "clean",
     "model_folder",

@@ -29,6 +29,18 @@ class ModelInfo(ctypes.Structure):
     ]
 
 
+class SessionStatistics(ctypes.Structure):
+    """OrvSessionStatistics."""
+
+    _fields_ = [
+        ("size", c_uint32),
+        ("reserved", c_uint32),
+        ("frames", c_uint64),
+        ("failed_frames", c_uint64),
+        ("state_resets", c_uint64),
+    ]
+
+
 SIGNATURES = {
     "Orv_SDK_GetVersion": (c_char_p, []),
     "Orv_Context_Create": (c_void_p, [c_char_p]),
@@ -45,6 +57,7 @@ SIGNATURES = {
     "Orv_NC_SetAttenuationLimit": (c_int, [c_void_p, c_float]),
     "Orv_NC_ResetSession": (c_int, [c_void_p]),
     "Orv_NC_CloseSession": (c_int, [c_void_p]),
+    "Orv_Session_GetStatistics": (c_int, [c_void_p, ctypes.POINTER(SessionStatistics)]),
     "Orv_VAD_ProcessFloat": (c_int, [c_void_p, c_void_p, c_uint32, c_void_p]),
     "Orv_VAD_ResetSession": (c_int, [c_void_p]),
     "Orv_VAD_CloseSession": (c_int, [c_void_p]),

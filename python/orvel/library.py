@@ -44,6 +44,16 @@ class Model:
     weights: int
 
 
+@dataclass(frozen=True)
+class Statistics:
+    """What a session has counted: frames processed, those of them whose arithmetic failed, and times that the
+    model's state became infinite or NaN and was cleared."""
+
+    frames: int
+    failed_frames: int
+    state_resets: int
+
+
 def model_folder() -> Path:
     """Where models are looked for: ORVEL_MODEL_DIR, else the checkout's, else the system's folder."""
     named = os.environ.get("ORVEL_MODEL_DIR")
@@ -233,6 +243,13 @@ class _Session:
             yield
         finally:
             self._busy.release()
+
+    def statistics(self) -> Statistics:
+        """What the session has counted since it was created."""
+        counts = _native.SessionStatistics(size=ctypes.sizeof(_native.SessionStatistics))
+        with self._open():
+            self._check(self.library.native.Orv_Session_GetStatistics(self._handle, counts), "statistics")
+        return Statistics(counts.frames, counts.failed_frames, counts.state_resets)
 
     def close(self) -> None:
         """Closes the session, once; a later call of another function raises OrvelError."""

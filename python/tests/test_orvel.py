@@ -39,6 +39,20 @@ def test_a_model_tells_what_it_is(library):
     assert library.models() == [cleaner, detector]
     with library.cleaner(16000, "orvel-16k-tiny") as session:
         assert session.latency == cleaner.latency
+        session.process(np.zeros(480, np.float32))
+        assert session.statistics() == orvel.Statistics(frames=3, failed_frames=0, state_resets=0)
+
+
+def test_a_shipped_model_that_is_damaged_is_refused(tmp_path):
+    controls = sorted(MODELS.glob("*.ctl"))
+    assert controls
+    for control in controls:
+        weights = bytearray(control.with_suffix(".bin").read_bytes())
+        weights[len(weights) // 2] ^= 1
+        (tmp_path / control.with_suffix(".bin").name).write_bytes(weights)
+        (tmp_path / control.name).write_text(control.read_text())
+        with orvel.Library(tmp_path) as library, pytest.raises(orvel.OrvelError, match="SHA-256"):
+            library.load(control.stem)
 
 
 @pytest.mark.parametrize(
@@ -110,14 +124,6 @@ def test_reset_begins_anew_and_keeps_the_limit(library, wave):
     assert not np.allclose(limited.process(wave), free.process(wave), atol=1e-3)
 
 
-def test_samples_that_are_not_finite_count_as_silence(library, wave):
-    library.load("orvel-16k-tiny")
-    broken, silent = wave.copy(), wave.copy()
-    broken[100:103], silent[100:103] = (np.nan, np.inf, -np.inf), 0.0
-    outputs = [library.cleaner(16000).process(one) for one in (broken, silent)]
-    assert np.array_equal(*outputs)
-
-
 def test_keys_take_the_place_of_the_control_files(library, wave, caplog):
     key = "ORVEL_SMOOT_RM_MODIFY_v0_0_5"
     assert f"{key} TRUE" in (MODELS / "orvel-16k.ctl").read_text()
@@ -130,27 +136,6 @@ def test_keys_take_the_place_of_the_control_files(library, wave, caplog):
         library.load("orvel-16k", "warned", keys={"ORVEL_SMOOT_COEF_v0_0_5": 7})
         library.cleaner(16000, "warned")
     assert "SMOOTH COEF" in caplog.text
-
-
-def test_threads_have_sessions_of_their_own_and_errors_of_their_own(library, wave):
-    library.load("orvel-16k-tiny")
-    expected = library.cleaner(16000).process(wave)
-    results = {}
-
-    def work(index):
-        try:
-            library.model(f"missing-{index}")
-        except orvel.OrvelError as error:
-            results[index] = (str(error), library.cleaner(16000).process(wave))
-
-    threads = [threading.Thread(target=work, args=(index,)) for index in range(6)]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
-    for index in range(6):
-        assert f"missing-{index}" in results[index][0]
-        assert np.array_equal(results[index][1], expected)
 
 
 def test_a_session_refuses_a_second_thread(library):

@@ -1,0 +1,11 @@
+# orvel_digest: SHA-256 from libmd, linked statically.
+find_path(ORVEL_MD_INCLUDE_DIR sha256.h DOC "Folder that holds libmd's sha256.h")
+find_library(ORVEL_MD_ARCHIVE NAMES libmd.a DOC "libmd.a")
+if(NOT ORVEL_MD_INCLUDE_DIR OR NOT ORVEL_MD_ARCHIVE)
+  orvel_missing("libmd (libmd-dev)")
+  return()
+endif()
+set_property(GLOBAL APPEND PROPERTY ORVEL_COMPILED_IN "libmd=${ORVEL_MD_ARCHIVE}")
+add_library(orvel_digest INTERFACE)
+target_include_directories(orvel_digest SYSTEM INTERFACE "${ORVEL_MD_INCLUDE_DIR}")
+target_link_libraries(orvel_digest INTERFACE "${ORVEL_MD_ARCHIVE}")
