@@ -1,6 +1,10 @@
 #pragma once
 
+#include <soxr.h>
+
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -8,9 +12,29 @@
 
 #include "orvel/orvel.hpp"
 #include "tools/audio.h"
-#include "tools/rate_converter.h"
 
 namespace ORVEL::TOOLS {
+
+/** Converts interleaved audio between two sample rates, without shifting it in time. */
+class RateConverter {
+ public:
+  /** @throws ToolError (kInternal) when the two rates (Hz) cannot be converted. */
+  RateConverter(int inputRate, int outputRate, std::size_t channels);
+
+  /** Appends what the input gives so far; some of it is held back until more arrives. */
+  void push(std::span<const float> input, std::vector<float>& output);
+  /** Appends what was held back. Nothing may be pushed after it. */
+  void finish(std::vector<float>& output);
+
+ private:
+  struct Deleter {
+    void operator()(soxr_t handle) const noexcept { soxr_delete(handle); }
+  };
+  std::size_t step(const float* input, std::size_t frames, std::vector<float>& output, bool& idle);
+
+  std::size_t channels_;
+  std::unique_ptr<soxr, Deleter> handle_;
+};
 
 /** Moves interleaved audio by a part of a sample, by a windowed sinc. */
 class FractionalDelay {

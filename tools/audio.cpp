@@ -5,13 +5,14 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
 #include "tools/sound_file.h"
 #include "tools/sound_format.h"
 #include "tools/stream_audio.h"
+#include "tools/stream_format.h"
 #include "tools/tool_error.h"
-#include "tools/wav_header.h"
 
 namespace ORVEL::TOOLS {
 namespace {
@@ -25,7 +26,7 @@ class SampleFileWriter : public AudioSink {
   SampleFileWriter(const std::string& path, const AudioSpec& spec, const StreamOptions& options,
                    bool force)
       : pending_(path, force),
-        samples_(UniqueFd(::fcntl(pending_.descriptor(), F_DUPFD_CLOEXEC, 3)), path, spec,
+        samples_(duplicate(pending_.descriptor(), ExitCode::kOutput, path), path, spec,
                  sampleFormat(options.format.value_or(kUsualFormat)), StreamWriter::Header::kNone) {
   }
   void write(std::span<const float> frames) override { samples_.write(frames); }
@@ -94,10 +95,10 @@ class Front {
 UniqueFd takenIn(const UniqueFd& pipe, const std::string& front, const std::string& name) {
   std::FILE* scratch = std::tmpfile();
   if (scratch == nullptr) {
-    failInput(name, "no temporary file for what comes on the pipe");
+    failInput(name, "no temporary file for what comes on the pipe: " + systemMessage(errno));
   }
-  UniqueFd copy(::fcntl(::fileno(scratch), F_DUPFD_CLOEXEC, 3));
-  std::fclose(scratch);
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> closed(scratch, std::fclose);
+  UniqueFd copy = duplicate(::fileno(scratch), ExitCode::kInput, name);
   writeAll(copy.get(), front.data(), front.size(), "temporary file");
   std::vector<char> block(1U << 16U);
   while (const std::size_t got = readSome(pipe.get(), block.data(), block.size(), name)) {

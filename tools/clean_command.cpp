@@ -6,10 +6,8 @@
 #include <system_error>
 
 #include "tools/aligned_cleaner.h"
-#include "tools/batch.h"
 #include "tools/commands.h"
-#include "tools/format_text.h"
-#include "tools/interrupt.h"
+#include "tools/tool_error.h"
 
 namespace ORVEL::TOOLS {
 namespace {

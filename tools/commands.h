@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -48,5 +50,16 @@ ExitCode listModels(const std::optional<std::string>& directory, bool json, Cons
 
 /** `orvel keys`: the tuning keys, their values and what they do. */
 ExitCode listKeys(bool json);
+
+/**
+ * Works on inputs, several at a time. An input that fails is reported and does not stop the others.
+ *
+ * @param work does number i; throws, or gives the exit code of that input.
+ * @param names what to call the inputs in errors that name nothing themselves.
+ * @return the code of a single input, kSomeFailed when one of several failed.
+ * @throws ToolError (kInterrupted), ClosedPipe
+ */
+ExitCode runBatch(const std::vector<std::string>& names, int jobs, Console& console,
+                  const std::function<ExitCode(std::size_t)>& work);
 
 }  // namespace ORVEL::TOOLS

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "tools/format_text.h"
+#include "tools/tool_error.h"
 
 namespace ORVEL::TOOLS {
 namespace {

@@ -8,7 +8,6 @@
 #include <string_view>
 #include <system_error>
 
-#include "tools/interrupt.h"
 #include "tools/tool_error.h"
 
 namespace ORVEL::TOOLS {
@@ -108,6 +107,20 @@ void writeAll(int descriptor, const void* data, std::size_t size, const std::str
     } else {
       retryOrThrow(descriptor, POLLOUT, ExitCode::kOutput, name + ": writing failed");
     }
+  }
+}
+
+UniqueFd duplicate(int descriptor, ExitCode code, const std::string& name) {
+  UniqueFd second(::fcntl(descriptor, F_DUPFD_CLOEXEC, 3));
+  if (!second) {
+    throw ToolError(code, name + ": " + systemMessage(errno));
+  }
+  return second;
+}
+
+void checkWritten(int descriptor, const std::string& name) {
+  if (::close(duplicate(descriptor, ExitCode::kOutput, name).release()) != 0) {
+    throw ToolError(ExitCode::kOutput, name + ": closing failed: " + systemMessage(errno));
   }
 }
 

@@ -7,6 +7,8 @@
 #include <string>
 #include <utility>
 
+#include "tools/tool_error.h"
+
 namespace ORVEL::TOOLS {
 
 /** Owns a POSIX file descriptor. */
@@ -27,6 +29,7 @@ class UniqueFd {
 
   int get() const noexcept { return fd_; }
   explicit operator bool() const noexcept { return fd_ >= 0; }
+  int release() noexcept { return std::exchange(fd_, -1); }
   void reset(int fd = -1) noexcept {
     if (fd_ >= 0) {
       ::close(fd_);
@@ -66,6 +69,15 @@ std::size_t readSome(int descriptor, void* buffer, std::size_t size, const std::
 
 /** Writes everything. @throws ToolError (kOutput, kInterrupted), ClosedPipe */
 void writeAll(int descriptor, const void* data, std::size_t size, const std::string& name);
+
+/** A second descriptor of the same file. @throws ToolError with the code */
+UniqueFd duplicate(int descriptor, ExitCode code, const std::string& name);
+
+/**
+ * Closes a second descriptor of the same file: some file systems report only then that what was written
+ * found no room. @throws ToolError (kOutput)
+ */
+void checkWritten(int descriptor, const std::string& name);
 
 /** Writes text to standard output. @throws as writeAll */
 void print(const std::string& text);

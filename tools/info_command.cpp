@@ -5,8 +5,8 @@
 #include "noise_canceller/tuning_key_table.h"
 #include "tools/commands.h"
 #include "tools/descriptor.h"
-#include "tools/format_text.h"
 #include "tools/model_report.h"
+#include "tools/tool_error.h"
 
 namespace ORVEL::TOOLS {
 namespace {

@@ -1,15 +1,20 @@
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <exception>
+#include <iostream>
 #include <string>
 #include <vector>
 
 #include "orvel/orv_version.h"
 #include "tools/commands.h"
 #include "tools/descriptor.h"
-#include "tools/interrupt.h"
-#include "tools/sample_format.h"
+#include "tools/stream_format.h"
+#include "tools/tool_error.h"
 
 namespace {
 
@@ -242,9 +247,7 @@ Verbosity verbosity(const Options& options) {
                            : Verbosity::kNormal;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int runCommand(int argc, char** argv) {
   fillStandardStreams();
   watchSignals();
   CLI::App app("Removes ambient noise from speech and detects voice activity.", "orvel");
@@ -266,6 +269,10 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     const bool wanted = error.get_exit_code() == 0;  // --help, --version
     app.exit(error);
+    if (!std::cout.flush()) {
+      Console(Verbosity::kNormal).error("standard output: writing failed");
+      return static_cast<int>(ExitCode::kOutput);
+    }
     return static_cast<int>(wanted ? ExitCode::kOk : ExitCode::kUsage);
   } catch (const ToolError& error) {
     Console(Verbosity::kNormal).error(error.what());
@@ -274,7 +281,13 @@ int main(int argc, char** argv) {
 
   Console console(verbosity(options));
   try {
-    return static_cast<int>(run(app, options, console));
+    const ExitCode code = run(app, options, console);
+    // Some file systems report only here that what was written found no room.
+    if (::close(STDOUT_FILENO) != 0) {
+      throw ToolError(ExitCode::kOutput,
+                      "standard output: closing failed: " + systemMessage(errno));
+    }
+    return static_cast<int>(code);
   } catch (const ToolError& error) {
     console.error(error.what());
     return static_cast<int>(error.code());
@@ -283,6 +296,18 @@ int main(int argc, char** argv) {
     endByClosedPipe();
   } catch (const std::exception& error) {
     console.error(error.what());
+    return static_cast<int>(ExitCode::kInternal);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return runCommand(argc, argv);
+  } catch (const std::exception& error) {
+    // Without memory: not even a message can be put together.
+    std::fprintf(stderr, "orvel: %s\n", error.what());
     return static_cast<int>(ExitCode::kInternal);
   }
 }

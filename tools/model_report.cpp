@@ -10,7 +10,6 @@
 #include <sstream>
 
 #include "containers/matrix.h"
-#include "tools/format_text.h"
 #include "tools/tool_error.h"
 #include "weights/control_file.h"
 #include "weights/weight.h"

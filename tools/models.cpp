@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <stdexcept>
 #include <system_error>
@@ -12,7 +10,9 @@
 
 #include "noise_canceller/tuning_key_table.h"
 #include "tools/tool_error.h"
+#include "utils/regular_file.h"
 #include "weights/control_file.h"
+#include "weights/weight.h"
 
 namespace ORVEL::TOOLS {
 namespace {
@@ -31,36 +31,66 @@ fs::path programDirectory() {
   return error ? fs::path() : program.parent_path();
 }
 
-bool holdsModels(const fs::path& directory) { return !controlFilesIn(directory).empty(); }
-
-std::string contents(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  std::string bytes((std::istreambuf_iterator<char>(in)), {});
-  if (!in.is_open() || in.bad()) {
-    throw std::runtime_error("cannot be read");
+// Paths of the control files in a directory, sorted; `error` says why it cannot be listed.
+std::vector<fs::path> listControlFiles(const fs::path& directory, std::error_code& error) {
+  std::vector<fs::path> files;
+  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+       entry.increment(error)) {
+    std::error_code ignored;
+    if (entry->path().extension() == kExtension && entry->is_regular_file(ignored)) {
+      files.push_back(entry->path());
+    }
   }
-  return bytes;
+  std::sort(files.begin(), files.end());
+  return files;
 }
 
-// Control files to choose from where no model is named.
-std::vector<fs::path> candidates(const fs::path& directory, orvel::ModelKind kind) {
+[[noreturn]] void failToList(const fs::path& directory, const std::error_code& error) {
+  fail("cannot list the models in '" + directory.string() + "': " + error.message());
+}
+
+// A place that is not there or not ours to read holds none; any other failure is said.
+bool holdsModels(const fs::path& directory) {
+  std::error_code error;
+  const bool found = !listControlFiles(directory, error).empty();
+  if (error && error != std::errc::no_such_file_or_directory &&
+      error != std::errc::not_a_directory && error != std::errc::permission_denied) {
+    failToList(directory, error);
+  }
+  return found;
+}
+
+// A link to nowhere and a folder count as well: loading them says what is wrong.
+bool isThere(const fs::path& path) {
+  std::error_code ignored;
+  return fs::exists(fs::symlink_status(path, ignored));
+}
+
+std::string contents(const fs::path& file) {
+  UTILS::FileContent content = UTILS::RegularFile(file.string()).read(WEIGHTS::kMostWeightBytes);
+  if (!content.problem.empty()) {
+    throw std::runtime_error(file.string() + ": " + content.problem);
+  }
+  return std::move(content.bytes);
+}
+
+// Control files of the default models that are there.
+std::vector<fs::path> defaultModelsIn(const fs::path& directory, orvel::ModelKind kind) {
   const std::vector<std::string> names =
       kind == orvel::ModelKind::noiseCleaning
           ? std::vector<std::string>{"orvel-16k", "orvel-32k", "orvel-8k"}
           : std::vector<std::string>{"orvel-vad"};
   std::vector<fs::path> files;
   for (const std::string& name : names) {
-    if (fs::is_regular_file(directory / (name + kExtension))) {
+    if (isThere(directory / (name + kExtension))) {
       files.push_back(directory / (name + kExtension));
     }
   }
-  if (files.empty()) {
-    files = controlFilesIn(directory);
-  }
-  if (files.empty()) {
-    fail("no control files (*.ctl) in '" + directory.string() + "'");
-  }
   return files;
+}
+
+const char* nameOf(orvel::ModelKind kind) {
+  return kind == orvel::ModelKind::noiseCleaning ? "cleaning" : "voice activity";
 }
 
 using Settings = std::map<std::string, std::string>;
@@ -99,7 +129,13 @@ Settings parseSettings(const std::vector<std::string>& arguments) {
 
 orvel::Model loadWithSettings(orvel::Library& library, const fs::path& file,
                               const Settings& settings) {
-  const WEIGHTS::ControlText control = WEIGHTS::parseControlText(contents(file));
+  const WEIGHTS::ControlText control = [&] {
+    try {
+      return WEIGHTS::parseControlText(contents(file));
+    } catch (const std::runtime_error& error) {
+      fail(error.what());
+    }
+  }();
   if (!control.problem.empty()) {
     fail(file.string() + ": not a control file: " + control.problem);
   }
@@ -109,6 +145,10 @@ orvel::Model loadWithSettings(orvel::Library& library, const fs::path& file,
     if (entry.key == "WEIGHT" && weights.empty()) {
       std::string path = entry.value;
       std::replace(path.begin(), path.end(), '\\', '/');
+      if (*fs::path(path).lexically_normal().begin() == "..") {
+        fail(file.string() + ": the weight file " + path +
+             " lies outside the control file's folder");
+      }
       weights = file.parent_path() / path;
     } else if (!settings.contains(entry.key)) {
       text.append(entry.key).append(" ").append(entry.value).append("\n");
@@ -117,30 +157,30 @@ orvel::Model loadWithSettings(orvel::Library& library, const fs::path& file,
   if (weights.empty()) {
     fail(file.string() + ": names no weight file (no WEIGHT line)");
   }
+  if (!control.digest.empty()) {
+    text.append("#SHA256 ").append(control.digest).append("\n");
+  }
   for (const auto& [key, value] : settings) {
     text.append(key).append(" ").append(value).append("\n");
   }
   try {
     const std::string bytes = contents(weights);
     return library.loadModelFromMemory(text, std::as_bytes(std::span(bytes)), file.stem().string());
-  } catch (const std::runtime_error& error) {
+  } catch (const orvel::Error& error) {
     fail(file.string() + ": " + weights.string() + ": " + error.what());
+  } catch (const std::runtime_error& error) {
+    fail(file.string() + ": " + error.what());
   }
 }
 
 }  // namespace
 
 std::vector<fs::path> controlFilesIn(const fs::path& directory) {
-  std::vector<fs::path> files;
   std::error_code error;
-  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
-       entry.increment(error)) {
-    std::error_code ignored;
-    if (entry->path().extension() == kExtension && entry->is_regular_file(ignored)) {
-      files.push_back(entry->path());
-    }
+  std::vector<fs::path> files = listControlFiles(directory, error);
+  if (error) {
+    failToList(directory, error);
   }
-  std::sort(files.begin(), files.end());
   return files;
 }
 
@@ -222,43 +262,43 @@ ModelSet::ModelSet(const ModelOptions& options, orvel::ModelKind kind, Console& 
       console.warning("--set " + key + ": no cleaner reads this key; 'orvel keys' lists them");
     }
   }
-  const bool automatic = options.model == kAutomatic;
-  const bool named = options.model && !automatic;
-  if (named) {
-    load(findModel(*options.model, options.directory), options, false, console);
-  } else {
-    const fs::path directory = findModelDirectory(options.directory);
-    for (const fs::path& file : candidates(directory, kind)) {
-      load(file, options, automatic, console);
+  if (options.model && options.model != kAutomatic) {
+    load(findModel(*options.model, options.directory), options.settings, true, console);
+    return;
+  }
+  const fs::path directory = findModelDirectory(options.directory);
+  std::vector<fs::path> files = defaultModelsIn(directory, kind);
+  const bool defaults = !files.empty();
+  if (!defaults) {
+    files = controlFilesIn(directory);
+  }
+  if (files.empty()) {
+    fail("no control files (*.ctl) in '" + directory.string() + "'");
+  }
+  for (const fs::path& file : files) {
+    try {
+      load(file, options.settings, defaults, console);
+    } catch (const ToolError& error) {
+      if (!options.model) {
+        fail(std::string(error.what()) +
+             "\n  (--model auto does without it; --model NAME takes another)");
+      }
+      console.warning("passed over: " + std::string(error.what()));
     }
   }
   if (models_.empty()) {
-    const bool cleans = kind == orvel::ModelKind::noiseCleaning;
-    fail(named ? "model '" + *options.model + "' is for " +
-                     (cleans ? "voice activity, not for cleaning"
-                             : "cleaning, not for voice activity")
-               : std::string("no model for ") + (cleans ? "cleaning" : "voice activity") +
-                     " could be loaded");
+    fail(std::string("no model for ") + nameOf(kind) + " could be loaded");
   }
 }
 
-void ModelSet::load(const fs::path& file, const ModelOptions& options, bool passOver,
-                    Console& console) {
-  try {
-    const orvel::Model model = loadModel(library_, file, options.settings);
-    if (model.kind == kind_) {
-      models_.push_back(model);
-      console.detail("loaded " + file.string());
-    }
-  } catch (const ToolError& error) {
-    if (options.model && !passOver) {
-      throw;
-    }
-    if (!passOver) {
-      fail(std::string(error.what()) +
-           "\n  (--model auto does without it; --model NAME takes another)");
-    }
-    console.warning("passed over: " + std::string(error.what()));
+void ModelSet::load(const fs::path& file, const std::vector<std::string>& settings,
+                    bool mustBeOfTheKind, Console& console) {
+  const orvel::Model model = loadModel(library_, file, settings);
+  if (model.kind == kind_) {
+    models_.push_back(model);
+    console.detail("loaded " + file.string());
+  } else if (mustBeOfTheKind) {
+    fail(file.string() + ": the model is for " + nameOf(model.kind) + ", not for " + nameOf(kind_));
   }
 }
 

@@ -26,7 +26,7 @@ struct ModelOptions {
  */
 std::filesystem::path findModelDirectory(const std::optional<std::string>& given);
 
-/** Paths of the control files in a directory, sorted. */
+/** Paths of the control files in a directory, sorted. @throws ToolError (kModel) when it cannot be listed. */
 std::vector<std::filesystem::path> controlFilesIn(const std::filesystem::path& directory);
 
 /**
@@ -55,8 +55,8 @@ class ModelSet {
    * Loads the model that is named, or those to choose from: the default models of the kind when the
    * directory has them, everything of the kind there otherwise.
    *
-   * @throws ToolError (kUsage) for a setting that is none, (kModel) when a model cannot be loaded. With
-   *         "auto" one of several that cannot be loaded is passed over with a warning.
+   * @throws ToolError (kUsage) for a setting that is none, (kModel) when a model cannot be loaded or a
+   *         default one is not of the kind. With "auto" such a one is passed over with a warning.
    */
   ModelSet(const ModelOptions& options, orvel::ModelKind kind, Console& console);
 
@@ -66,8 +66,8 @@ class ModelSet {
   const orvel::Model& forRate(int audioRate) const;
 
  private:
-  void load(const std::filesystem::path& file, const ModelOptions& options, bool passOver,
-            Console& console);
+  void load(const std::filesystem::path& file, const std::vector<std::string>& settings,
+            bool mustBeOfTheKind, Console& console);
 
   orvel::ModelKind kind_;
   orvel::Library library_;

@@ -16,6 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr const char* kAppeared = "appeared while it was being made; --force replaces it";
+
 [[noreturn]] void fail(const fs::path& path, const std::string& reason) {
   throw ToolError(ExitCode::kOutput, path.string() + ": " + reason);
 }
@@ -93,20 +95,37 @@ PendingFile::~PendingFile() {
   }
 }
 
-void PendingFile::nameTemporary() {
-  temporary_ = temporaryName(target_);
-  if (::linkat(AT_FDCWD, ownLink(fd_.get()).c_str(), AT_FDCWD, temporary_.c_str(),
-               AT_SYMLINK_FOLLOW) != 0) {
-    const int error = errno;
-    temporary_.clear();
-    fail(target_, "cannot name the finished file: " + systemMessage(error));
+// Gives the nameless file a name that is free. False where something has it.
+bool PendingFile::link(const fs::path& name) {
+  if (::linkat(AT_FDCWD, ownLink(fd_.get()).c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) ==
+      0) {
+    return true;
   }
+  if (errno != EEXIST) {
+    fail(target_, "cannot name the finished file: " + systemMessage(errno));
+  }
+  return false;
 }
 
 void PendingFile::commit() {
-  // Only renaming replaces a file in one step.
+  // A file system may take bytes first and find out later that it has no room for them.
+  if (::fsync(fd_.get()) != 0 && errno != EINVAL) {
+    fail(target_, "writing failed: " + systemMessage(errno));
+  }
+  checkWritten(fd_.get(), target_.string());
   if (temporary_.empty()) {
-    nameTemporary();
+    if (link(target_)) {
+      return;
+    }
+    if (!force_) {
+      fail(target_, kAppeared);
+    }
+    // Only renaming replaces a file in one step.
+    const fs::path name = temporaryName(target_);
+    if (!link(name)) {
+      fail(target_, "cannot name the finished file: '" + name.string() + "' is there");
+    }
+    temporary_ = name;
   }
   int result = -1;
   if (force_) {
@@ -123,7 +142,7 @@ void PendingFile::commit() {
   }
   if (result != 0) {
     if (errno == EEXIST) {
-      fail(target_, "appeared while it was being made; --force replaces it");
+      fail(target_, kAppeared);
     }
     fail(target_, "cannot rename the finished file: " + systemMessage(errno));
   }

@@ -25,11 +25,14 @@ class PendingFile {
 
   int descriptor() const noexcept { return fd_.get(); }
 
-  /** Gives the file its name. @throws ToolError (kOutput), also when the target has appeared since. */
+  /**
+   * Gives the file its name once its bytes are on the medium. @throws ToolError (kOutput), also when the
+   * target has appeared since.
+   */
   void commit();
 
  private:
-  void nameTemporary();
+  bool link(const std::filesystem::path& name);
 
   std::filesystem::path target_;
   std::filesystem::path temporary_;  // empty while the bytes have no name

@@ -4,15 +4,13 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <mutex>
 #include <utility>
 
-#include "tools/sample_format.h"
 #include "tools/sound_format.h"
 #include "tools/stream_audio.h"
+#include "tools/stream_format.h"
 #include "tools/tool_error.h"
-#include "tools/wav_header.h"
 
 namespace ORVEL::TOOLS {
 namespace {
@@ -25,17 +23,15 @@ std::mutex openMutex;
 
 // libsndfile closes the descriptor it was given when it cannot open the file, whether it was told to
 // or not. It gets one of its own, so that nobody closes a descriptor twice: another thread may
-// have opened a file under the same number in between. `reason` is set where null is returned.
-SNDFILE* openDuplicate(int descriptor, int mode, SF_INFO& info, std::string& reason) {
-  const int own = ::fcntl(descriptor, F_DUPFD_CLOEXEC, 3);
-  if (own < 0) {
-    reason = systemMessage(errno);
-    return nullptr;
-  }
+// have opened a file under the same number in between.
+SndfileHandle openDuplicate(int descriptor, SF_INFO& info, const std::string& name) {
+  UniqueFd own = duplicate(descriptor, ExitCode::kInput, name);
   const std::lock_guard lock(openMutex);
-  SNDFILE* file = sf_open_fd(own, mode, &info, SF_TRUE);
-  if (file == nullptr) {
-    reason = sf_strerror(nullptr);
+  SndfileHandle file(sf_open_fd(own.release(), SFM_READ, &info, SF_TRUE));
+  // libsndfile takes a header that it could not read for one that says less.
+  if (!file || sf_error(file.get()) == SF_ERR_SYSTEM) {
+    throw ToolError(ExitCode::kInput,
+                    name + ": no audio that can be read: " + sf_strerror(file.get()));
   }
   return file;
 }
@@ -96,11 +92,7 @@ bool tellsLength(int descriptor) {
 
 SoundFileReader::SoundFileReader(UniqueFd descriptor, std::string name)
     : name_(std::move(name)), fd_(std::move(descriptor)) {
-  std::string reason;
-  file_.reset(openDuplicate(fd_.get(), SFM_READ, info_, reason));
-  if (!file_) {
-    throw ToolError(ExitCode::kInput, name_ + ": no audio that can be read: " + reason);
-  }
+  file_ = openDuplicate(fd_.get(), info_, name_);
   bits_ = pcmBits(info_.format);
 }
 
@@ -136,10 +128,11 @@ std::size_t SoundFileReader::read(std::span<float> buffer) {
   } else {
     got = sf_readf_float(file_.get(), buffer.data(), wanted);
   }
+  // Also where some frames came: the rest of the call's are lost.
+  if (sf_error(file_.get()) != SF_ERR_NO_ERROR) {
+    error_ = sf_strerror(file_.get());
+  }
   if (got <= 0) {
-    if (sf_error(file_.get()) != SF_ERR_NO_ERROR) {
-      error_ = sf_strerror(file_.get());
-    }
     return 0;
   }
   const std::size_t samples = static_cast<std::size_t>(got) * channels;
@@ -188,20 +181,58 @@ std::string SoundFileReader::shortfall() const {
   return error_.empty() ? "" : "reading failed: " + error_;
 }
 
+// What libsndfile calls to write into a descriptor. It keeps no error of a write that fails while it
+// closes a file, and its text for all others is "System error": the true one is kept here.
+sf_count_t WatchedOutput::length(void* self) {
+  struct stat status {};
+  return ::fstat(static_cast<WatchedOutput*>(self)->descriptor, &status) == 0 ? status.st_size : -1;
+}
+sf_count_t WatchedOutput::seek(sf_count_t offset, int whence, void* self) {
+  return ::lseek(static_cast<WatchedOutput*>(self)->descriptor, offset, whence);
+}
+sf_count_t WatchedOutput::tell(void* self) { return seek(0, SEEK_CUR, self); }
+sf_count_t WatchedOutput::read(void* data, sf_count_t count, void* self) {
+  return ::read(static_cast<WatchedOutput*>(self)->descriptor, data,
+                static_cast<std::size_t>(count));
+}
+sf_count_t WatchedOutput::write(const void* data, sf_count_t count, void* self) {
+  auto& output = *static_cast<WatchedOutput*>(self);
+  try {
+    writeAll(output.descriptor, data, static_cast<std::size_t>(count), output.name);
+    return count;
+  } catch (...) {
+    output.failure = std::current_exception();
+    return 0;
+  }
+}
+
+void WatchedOutput::throwFailure() const {
+  if (failure) {
+    std::rethrow_exception(failure);
+  }
+}
+
 SoundFileWriter::SoundFileWriter(const std::filesystem::path& path, int format,
                                  const AudioSpec& spec, const Description& description, bool force)
     : name_(path.string()),
       pending_(path, force),
+      output_{pending_.descriptor(), name_, nullptr},
       channels_(spec.channels),
       bits_(pcmBits(format)) {
   SF_INFO info{};
   info.format = format;
   info.samplerate = spec.sampleRate;
   info.channels = spec.channels;
-  std::string reason;
-  file_.reset(openDuplicate(pending_.descriptor(), SFM_WRITE, info, reason));
-  if (!file_) {
-    throw ToolError(ExitCode::kOutput, name_ + ": cannot write this format: " + reason);
+  SF_VIRTUAL_IO calls{WatchedOutput::length, WatchedOutput::seek, WatchedOutput::read,
+                      WatchedOutput::write, WatchedOutput::tell};
+  {
+    const std::lock_guard lock(openMutex);
+    file_.reset(sf_open_virtual(&calls, SFM_WRITE, &info, &output_));
+    output_.throwFailure();
+    if (!file_) {
+      throw ToolError(ExitCode::kOutput,
+                      name_ + ": cannot write this format: " + sf_strerror(nullptr));
+    }
   }
   sf_command(file_.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
   // Containers that cannot hold a text or the layout refuse it, which is no loss worth an error.
@@ -230,6 +261,7 @@ void SoundFileWriter::write(std::span<const float> frames) {
     } else {
       written = sf_writef_float(file_.get(), block.data(), static_cast<sf_count_t>(count));
     }
+    output_.throwFailure();
     if (written != static_cast<sf_count_t>(count)) {
       throw ToolError(ExitCode::kOutput, name_ + ": writing failed: " + sf_strerror(file_.get()));
     }
@@ -238,8 +270,10 @@ void SoundFileWriter::write(std::span<const float> frames) {
 
 void SoundFileWriter::commit() {
   // Closing writes the rest and the header; only then is the file complete.
-  if (sf_close(file_.release()) != 0) {
-    throw ToolError(ExitCode::kOutput, name_ + ": closing failed");
+  const int error = sf_close(file_.release());
+  output_.throwFailure();
+  if (error != 0) {
+    throw ToolError(ExitCode::kOutput, name_ + ": closing failed: " + sf_error_number(error));
   }
   pending_.commit();
 }

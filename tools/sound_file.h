@@ -2,6 +2,7 @@
 
 #include <sndfile.h>
 
+#include <exception>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -48,6 +49,21 @@ class SoundFileReader : public AudioSource {
   std::vector<int> integers_;
 };
 
+/** A descriptor that libsndfile writes into, and the first thing that went wrong there. */
+struct WatchedOutput {
+  int descriptor;
+  std::string name;
+  std::exception_ptr failure;
+
+  static sf_count_t length(void* self);
+  static sf_count_t seek(sf_count_t offset, int whence, void* self);
+  static sf_count_t read(void* data, sf_count_t count, void* self);
+  static sf_count_t write(const void* data, sf_count_t count, void* self);
+  static sf_count_t tell(void* self);
+  /** @throws ToolError (kOutput, kInterrupted), ClosedPipe */
+  void throwFailure() const;
+};
+
 /** Writes through a PendingFile. Integer encodings are rounded and clipped here. */
 class SoundFileWriter : public AudioSink {
  public:
@@ -61,7 +77,8 @@ class SoundFileWriter : public AudioSink {
  private:
   std::string name_;
   PendingFile pending_;
-  SndfileHandle file_;  // after pending_: closed first
+  WatchedOutput output_;
+  SndfileHandle file_;  // after these two: closed first
   int channels_;
   int bits_;
   std::vector<int> integers_;

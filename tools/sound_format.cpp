@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/sample_format.h"
+#include "tools/stream_format.h"
 #include "tools/tool_error.h"
 
 namespace ORVEL::TOOLS {

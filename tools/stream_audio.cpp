@@ -5,9 +5,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "tools/format_text.h"
+#include "tools/stream_format.h"
 #include "tools/tool_error.h"
-#include "tools/wav_header.h"
 
 namespace ORVEL::TOOLS {
 
@@ -127,9 +126,13 @@ void StreamWriter::write(std::span<const float> frames) {
 }
 
 void StreamWriter::commit() {
-  if (header_ == Header::kNone) {
-    return;
+  if (header_ == Header::kWav) {
+    completeHeader();
   }
+  checkWritten(descriptor_.get(), name_);
+}
+
+void StreamWriter::completeHeader() {
   const int flags = ::fcntl(descriptor_.get(), F_GETFL);
   const off_t end = ::lseek(descriptor_.get(), 0, SEEK_CUR);
   const std::string front = wavHeader(spec_, format_, dataBytes_);
@@ -137,8 +140,10 @@ void StreamWriter::commit() {
   if (end < written || flags == -1 || (flags & O_APPEND) != 0) {
     return;  // a pipe, or a place that cannot be gone back to: the header says "until the end"
   }
-  if (::pwrite(descriptor_.get(), front.data(), front.size(), end - written) < 0) {
-    throw ToolError(ExitCode::kOutput, name_ + ": the header cannot be completed");
+  if (::pwrite(descriptor_.get(), front.data(), front.size(), end - written) !=
+      static_cast<ssize_t>(front.size())) {
+    throw ToolError(ExitCode::kOutput,
+                    name_ + ": the header cannot be completed: " + systemMessage(errno));
   }
 }
 

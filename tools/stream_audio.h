@@ -6,7 +6,7 @@
 
 #include "tools/audio.h"
 #include "tools/descriptor.h"
-#include "tools/sample_format.h"
+#include "tools/stream_format.h"
 
 namespace ORVEL::TOOLS {
 
@@ -56,6 +56,8 @@ class StreamWriter : public AudioSink {
   void commit() override;
 
  private:
+  void completeHeader();
+
   UniqueFd descriptor_;
   std::string name_;
   AudioSpec spec_;

@@ -1,3 +1,4 @@
+// How a command ends: exit codes, errors, signals; and text for its messages.
 #pragma once
 
 #include <stdexcept>
@@ -32,5 +33,27 @@ class ClosedPipe : public std::exception {
  public:
   const char* what() const noexcept override { return "closed pipe"; }
 };
+
+/**
+ * Makes SIGINT, SIGTERM and SIGHUP set a flag instead of ending the program, so that half-written
+ * files are removed on the way out; a second signal ends it at once. A closed pipe and a file that
+ * grows too large become write errors.
+ */
+void watchSignals();
+
+bool interrupted() noexcept;
+
+/** @throws ToolError (kInterrupted) after a signal. */
+void throwIfInterrupted();
+
+/** Ends the program by SIGPIPE, as a program ends that does not look after its pipes. */
+[[noreturn]] void endByClosedPipe();
+
+/** printf() into a string of at most 255 characters. */
+#if defined(__GNUC__)
+__attribute__((format(printf, 1, 2)))
+#endif
+std::string
+formatText(const char* pattern, ...);
 
 }  // namespace ORVEL::TOOLS

@@ -3,11 +3,10 @@
 #include <memory>
 #include <utility>
 
-#include "tools/batch.h"
+#include "tools/aligned_cleaner.h"
 #include "tools/commands.h"
 #include "tools/descriptor.h"
-#include "tools/interrupt.h"
-#include "tools/rate_converter.h"
+#include "tools/tool_error.h"
 
 namespace ORVEL::TOOLS {
 namespace {

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "tools/format_text.h"
+#include "tools/tool_error.h"
 
 namespace ORVEL::TOOLS {
 namespace {

@@ -1,11 +1,12 @@
-#include "tools/interrupt.h"
+#include "tools/tool_error.h"
 
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <csignal>
-
-#include "tools/tool_error.h"
+#include <cstdarg>
+#include <cstdio>
 
 namespace ORVEL::TOOLS {
 namespace {
@@ -42,6 +43,15 @@ void endByClosedPipe() {
   std::signal(SIGPIPE, SIG_DFL);
   std::raise(SIGPIPE);
   ::_exit(static_cast<int>(ExitCode::kOutput));  // where SIGPIPE is blocked
+}
+
+std::string formatText(const char* pattern, ...) {
+  std::array<char, 256> text{};
+  std::va_list values;
+  va_start(values, pattern);
+  std::vsnprintf(text.data(), text.size(), pattern, values);
+  va_end(values);
+  return text.data();
 }
 
 }  // namespace ORVEL::TOOLS

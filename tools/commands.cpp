@@ -1,4 +1,4 @@
-#include "tools/batch.h"
+#include "tools/commands.h"
 
 #include <algorithm>
 #include <atomic>
@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "orvel/orvel.hpp"
-#include "tools/interrupt.h"
+#include "tools/tool_error.h"
 
 namespace ORVEL::TOOLS {
 
