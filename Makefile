@@ -18,8 +18,8 @@ ARGS ?=
 export WERROR
 PYTHON := .venv/bin/python
 
-.PHONY: help setup build demo test test-all bench bench-peers soak memcheck fuzz evaluate train format \
-        format-check lint install clean
+.PHONY: help setup build free demo test test-all bench bench-peers soak memcheck fuzz mutants torture evaluate \
+        train format format-check lint install clean
 
 help: ## Show this list
 	@echo "make TARGET, where TARGET is one of"
@@ -31,6 +31,10 @@ setup: ## Install what the build needs (Debian packages, .venv)
 build: setup ## Build the library, the command and the tests (PRESET=release)
 	@scripts/build $(PRESET)
 
+free: ## Build the library from permissively licensed parts only (build/free), list them
+	@scripts/setup free
+	@scripts/free
+
 demo: ## Build, clean a noisy recording, draw the spectrograms
 	@scripts/setup build demo
 	@scripts/build release orvel orvel_cli
@@ -40,9 +44,9 @@ test: ## Build and run every test of the release build, and the documents' examp
 	@scripts/setup build test
 	@scripts/test release
 
-test-all: ## The same, and the tests under the address, undefined-behaviour and thread sanitizers
+test-all: ## The same, the tests of the free build, and under the address, undefined-behaviour and thread sanitizers
 	@scripts/setup build test
-	@scripts/test release asan-ubsan tsan
+	@scripts/test release free asan-ubsan tsan
 
 bench: ## Measure the stages and whole sessions (ARGS=--help)
 	@bench/run $(ARGS)
@@ -50,7 +54,7 @@ bench: ## Measure the stages and whole sessions (ARGS=--help)
 soak: ## Send a day of audio through 50 sessions that open and close (ARGS=--help)
 	@scripts/soak $(ARGS)
 
-memcheck: ## Run every model over a short stream under valgrind
+memcheck: ## Run every model and the command over short streams under valgrind
 	@scripts/setup build memcheck
 	@scripts/build release
 	@scripts/memcheck
@@ -63,6 +67,15 @@ bench-peers: ## Measure cost beside other noise suppressors and voice detectors
 fuzz: ## Run every fuzz target (SECONDS_EACH=60)
 	@scripts/setup build fuzz
 	@scripts/fuzz $(SECONDS_EACH)
+
+mutants: ## Put kept faults into the sources, one at a time; the tests must notice each (ARGS=--help)
+	@scripts/setup build test
+	@scripts/mutants $(ARGS)
+
+torture: ## Send an hour of hard signals through each model, and speech after each (ARGS=--help)
+	@scripts/setup build demo
+	@scripts/build release orvel
+	@ORVEL_LIBRARY=$(CURDIR)/build/release/liborvel.so.1 $(PYTHON) -m evaluation.torture $(ARGS)
 
 evaluate: ## Quality figures of the shipped models beside others (DATA=folder)
 	@scripts/setup build evaluate

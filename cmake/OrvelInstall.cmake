@@ -8,12 +8,21 @@ install(DIRECTORY include/orvel DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" FILES_
         PATTERN "*.h" PATTERN "*.hpp")
 install(DIRECTORY models/ DESTINATION "${ORVEL_INSTALL_MODELDIR}" OPTIONAL FILES_MATCHING
         PATTERN "*.bin" PATTERN "*.ctl" PATTERN "*.md")
-# The licences of what is linked, and no others: CLI11 and JSON are part of the command only.
-set(_licenses licenses/MKL.txt licenses/LGPL-2.1.txt)
+# The notices and licences of what is linked, and no others.
+set(_parts ${ORVEL_MATH} ${ORVEL_RESAMPLER})
 if(TARGET orvel_cli)
-  list(APPEND _licenses licenses/CLI11.txt licenses/nlohmann-json.txt)
+  list(APPEND _parts command)
 endif()
-install(FILES LICENSE NOTICE THIRD_PARTY.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+set(_notices "${PROJECT_BINARY_DIR}/THIRD_PARTY.md")
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS THIRD_PARTY.md scripts/notices)
+execute_process(
+  COMMAND "${ORVEL_PYTHON}" "${PROJECT_SOURCE_DIR}/scripts/notices"
+          "${PROJECT_SOURCE_DIR}/THIRD_PARTY.md" ${_parts}
+  OUTPUT_FILE "${_notices}" COMMAND_ERROR_IS_FATAL ANY)
+file(STRINGS "${_notices}" _rows REGEX "^[|].*`licenses/")
+string(REGEX MATCHALL "licenses/[A-Za-z0-9.-]+" _licenses "${_rows}")
+list(REMOVE_DUPLICATES _licenses)
+install(FILES LICENSE NOTICE "${_notices}" DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(FILES ${_licenses} DESTINATION "${CMAKE_INSTALL_DOCDIR}/licenses")
 if(ORVEL_MKL_NOTICES)
   install(FILES ${ORVEL_MKL_NOTICES} DESTINATION "${CMAKE_INSTALL_DOCDIR}/licenses"
@@ -47,3 +56,22 @@ if(NOT IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
 endif()
 configure_file(cmake/orvel.pc.in "${PROJECT_BINARY_DIR}/orvel.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/orvel.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+
+# Last: a bill of materials of what was installed.
+get_property(_parts GLOBAL PROPERTY ORVEL_COMPILED_IN)
+list(TRANSFORM _parts PREPEND "--compiled-in=")
+install(
+  CODE "
+  set(_root \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
+  list(TRANSFORM CMAKE_INSTALL_MANIFEST_FILES PREPEND \"\$ENV{DESTDIR}\" OUTPUT_VARIABLE _files)
+  list(JOIN _files \"\n\" _files)
+  cmake_path(APPEND CMAKE_INSTALL_PREFIX \"${CMAKE_INSTALL_DOCDIR}/orvel.spdx.json\" OUTPUT_VARIABLE _sbom)
+  set(_list \"\$ENV{DESTDIR}\${_sbom}.files\")
+  file(WRITE \"\${_list}\" \"\${_files}\n\")
+  execute_process(
+    COMMAND \"${ORVEL_PYTHON}\" \"${PROJECT_SOURCE_DIR}/scripts/sbom\" \"\${_root}\" --version ${PROJECT_VERSION}
+            --files \"\${_list}\" --out \"\$ENV{DESTDIR}\${_sbom}\" ${_parts}
+    COMMAND_ERROR_IS_FATAL ANY)
+  file(REMOVE \"\${_list}\")
+  message(STATUS \"Installing: \$ENV{DESTDIR}\${_sbom}\")
+  list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${_sbom}\")")

@@ -8,16 +8,15 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/memory_file.h"
-#include "fuzz/require.h"
+#include "fuzz/support.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/test_model.h"
 #include "tools/aligned_cleaner.h"
 #include "tools/audio.h"
 #include "tools/sound_file.h"
 #include "tools/stream_audio.h"
+#include "tools/stream_format.h"
 #include "tools/tool_error.h"
-#include "tools/wav_header.h"
 
 namespace {
 

@@ -1,12 +1,13 @@
 // Any bytes as the text of a control file: every entry has a key and a value, trimmed and on one line.
 #include "weights/control_file.h"
 
-#include "fuzz/require.h"
+#include "fuzz/support.h"
 
 using orvel_fuzz::require;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const auto [entries, problem] = ORVEL::WEIGHTS::parseControlText(orvel_fuzz::text(data, size));
+  const auto [entries, digest, problem] =
+      ORVEL::WEIGHTS::parseControlText(orvel_fuzz::text(data, size));
   require(problem.empty() || entries.empty(), "a text that is refused gives nothing");
   std::size_t bytes = 0;
   for (const auto& [key, value] : entries) {

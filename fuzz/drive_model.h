@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "fuzz/require.h"
+#include "fuzz/support.h"
 
 namespace orvel_fuzz {
 

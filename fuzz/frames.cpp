@@ -9,7 +9,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "fuzz/require.h"
+#include "fuzz/support.h"
 #include "tests/support/test_model.h"
 
 namespace {

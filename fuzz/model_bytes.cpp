@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "fuzz/drive_model.h"
-#include "fuzz/require.h"
+#include "fuzz/support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   constexpr std::size_t kHeader = 7;

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "fuzz/drive_model.h"
-#include "fuzz/require.h"
+#include "fuzz/support.h"
 #include "tests/support/versions.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/require.h"
+#include "fuzz/support.h"
 
 int main(int argc, char** argv) {
   std::vector<std::filesystem::path> files;

@@ -6,8 +6,7 @@
 #include <vector>
 
 #include "containers/matrix.h"
-#include "fuzz/memory_file.h"
-#include "fuzz/require.h"
+#include "fuzz/support.h"
 #include "utils/orvel_exception.h"
 
 using ORVEL::CONTAINERS::Matrix;

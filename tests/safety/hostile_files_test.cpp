@@ -119,6 +119,42 @@ TEST(HostileFiles, LoadingTakesMemoryInProportionToTheFile) {
   }
 }
 
+// The limit to the byte, through every way that a control text takes.
+TEST(HostileFiles, AControlTextHasAMebibyteAtMost) {
+  const std::string weights = makeModel({}).weights().bytes();
+  Sdk sdk;
+  sdk.dir().write("weights.bin", weights);
+  for (const size_t size : {kFileBytes, kFileBytes + 1}) {
+    const bool fits = size == kFileBytes;
+    const std::string name = std::to_string(size);
+    std::string text = "WEIGHT weights.bin\nKEY ";
+    text.resize(size - 1, 'v');
+    text += '\n';
+    sdk.dir().write("long.ctl", text);
+    EXPECT_EQ(setModel("long.ctl", name.c_str()), fits ? 0 : 2);
+    void* context = Orv_Context_Create(sdk.dir().path().c_str());
+    EXPECT_EQ(Orv_Context_SetModel(context, "long.ctl", "file"), fits ? 0 : 2);
+    EXPECT_EQ(Orv_Context_SetModelFromMemory(context, text.data(), text.size(), weights.data(),
+                                             weights.size(), "memory"),
+              fits ? 0 : 2);
+    EXPECT_EQ(Orv_Context_Destroy(context), 0);
+  }
+}
+
+// However many sessions came and went, what is kept for them does not grow.
+TEST(HostileFiles, ClosedSessionsLeaveNothingBehind) {
+  Sdk sdk;
+  ASSERT_EQ(sdk.load("model", makeModel({})), 0);
+  const auto openAndClose = [](int times) {
+    for (int i = 0; i < times; ++i)
+      Orv_NC_CloseSession(Orv_NC_CreateSession(16000, 16000, 10, "model"));
+  };
+  openAndClose(10);
+  const size_t few = peakHeapOf([&] { openAndClose(10); });
+  const size_t many = peakHeapOf([&] { openAndClose(3000); });
+  EXPECT_LE(many, few + 64);
+}
+
 // Contexts on one file hold its weights, and the form in which the network uses them, once.
 TEST(HostileFiles, ContextsOnOneFileShareItsMemory) {
   const TempDir dir;

@@ -70,46 +70,36 @@ std::vector<int16_t> toInt16(const std::vector<float>& samples) {
 }
 
 // A session of either kind for frames.
-class Stream {
- public:
+struct Stream {
   Stream(const orvel::Library& library, const orvel::Model& model, int inRate, int outRate,
          int ms) {
     if (model.kind == orvel::ModelKind::voiceActivity) {
-      detector_.emplace(library, orvel::DetectorOptions{inRate, ms, model.name});
+      detector.emplace(library, orvel::DetectorOptions{inRate, ms, model.name});
     } else {
-      cleaner_.emplace(library, orvel::CleanerOptions{inRate, outRate, ms, model.name});
+      cleaner.emplace(library, orvel::CleanerOptions{inRate, outRate, ms, model.name});
     }
   }
-  size_t inSize() const { return cleaner_ ? cleaner_->inputSize() : detector_->frameSize(); }
-  size_t outSize() const { return cleaner_ ? cleaner_->outputSize() : 0; }
-  template <class Sample>
-  void process(std::span<const Sample> in, std::span<Sample> out) {
-    if (cleaner_) {
-      cleaner_->process(in, out);
-    } else {
-      detector_->process(in);
-    }
-  }
-
- private:
-  std::optional<orvel::Cleaner> cleaner_;
-  std::optional<orvel::Detector> detector_;
+  std::optional<orvel::Cleaner> cleaner;
+  std::optional<orvel::Detector> detector;
 };
 
 template <class Sample>
 void expectQuietStream(Stream& stream, const std::vector<Sample>& samples) {
-  std::vector<Sample> out(stream.outSize());
-  const std::span<const Sample> all(samples);
-  for (size_t at = 0; at + stream.inSize() <= samples.size(); at += stream.inSize()) {
-    const auto frame = all.subspan(at, stream.inSize());
-    const Misdeeds misdeeds = misdeedsOf([&] { stream.process(frame, std::span<Sample>(out)); });
-    ASSERT_TRUE(misdeeds.none()) << "frame " << at / stream.inSize() << ": " << misdeeds;
+  const size_t size = stream.cleaner ? stream.cleaner->inputSize() : stream.detector->frameSize();
+  std::vector<Sample> out(stream.cleaner ? stream.cleaner->outputSize() : 0);
+  for (size_t at = 0; at + size <= samples.size(); at += size) {
+    const auto frame = std::span(samples).subspan(at, size);
+    const Misdeeds misdeeds = misdeedsOf([&] {
+      if (stream.cleaner) stream.cleaner->process(frame, std::span<Sample>(out));
+      if (stream.detector) stream.detector->process(frame);
+    });
+    ASSERT_TRUE(misdeeds.none()) << "frame " << at / size << ": " << misdeeds;
   }
 }
 
 // Each stream has a thread of its own: what a library does once per thread shows in its first frame.
 #define ON_WATCHED_THREAD(body) \
-  if (!onWatchedThread(body)) GTEST_SKIP() << "no system-call filter on this machine"
+  if (!onWatchedThread(body)) FAIL() << "no system-call filter (seccomp) on this machine"
 
 TEST(RealTime, EveryVersionAndStageFromTheFirstFrameOn) {
   for (const Case& test : everyVersion()) {
@@ -168,7 +158,7 @@ TEST(RealTime, ShippedModels) {
     ON_WATCHED_THREAD([&] { expectQuietStream(stream, samples); });
     ++models;
   }
-  if (models == 0) GTEST_SKIP() << "no models in " << ORVEL_MODELS_DIR;
+  EXPECT_GT(models, 0) << "no models in " << ORVEL_MODELS_DIR;
 }
 
 // The C++ streams, fed with blocks of changing length from the first one on.

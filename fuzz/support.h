@@ -1,15 +1,32 @@
-// A regular file that lives in memory only, for code that takes a path.
+// What targets share: a check whose failure ends the program, so that the fuzzer keeps the input, and files
+// in memory.
 #pragma once
 
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 
 namespace orvel_fuzz {
 
+inline void require(bool holds, std::string_view what) {
+  if (holds) return;
+  const std::string_view parts[] = {"does not hold: ", what, "\n"};
+  for (const std::string_view part : parts) {
+    if (write(2, part.data(), part.size()) < 0) break;
+  }
+  std::abort();
+}
+
+inline std::string_view text(const std::uint8_t* data, std::size_t size) {
+  return {reinterpret_cast<const char*>(data), size};
+}
+
+// A regular file that lives in memory only, for code that takes a path.
 class MemoryFile {
  public:
   MemoryFile() : descriptor_(memfd_create("fuzz", 0)) {}
@@ -33,3 +50,5 @@ class MemoryFile {
 };
 
 }  // namespace orvel_fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
