@@ -122,7 +122,7 @@ TEST_F(ContextTest, EveryFailedLoadHasItsReason) {
     change(weights);
     return weights.bytes();
   };
-  dir_.write("deep/models/inside.ctl", "WEIGHT ../../noise.bin\n");
+  dir_.write("deep/models/inside.ctl", "WEIGHT noise.bin\n");
   dir_.write("deep/models/outside.ctl", "WEIGHT ../../../noise.bin\n");
   mkfifo(dir_.file("pipe.ctl").c_str(), 0600);
   struct Row {
@@ -135,7 +135,7 @@ TEST_F(ContextTest, EveryFailedLoadHasItsReason) {
       {"missing.ctl", "", {dir_.file("missing.ctl"), "No such file"}},
       {"pipe.ctl", "", {"pipe.ctl: is not a regular file"}},
       {"noise.bin", "", {"noise.bin: is not a control file", "weight file?"}},
-      {"deep/models/outside.ctl", "", {"outside.ctl", "../../../noise.bin", "outside the folders"}},
+      {"deep/models/outside.ctl", "", {"outside.ctl", "../../../noise.bin", "named with"}},
       {"test.ctl", "", {bin + "is empty"}},
       {"test.ctl", "WEIGHT noise.bin\n", {bin + "is not a weight file", "control file?"}},
       {"test.ctl", std::string("\xff\xff\x01\x02\x03\x04", 6), {bin + "is not a weight file"}},
@@ -165,7 +165,8 @@ TEST_F(ContextTest, EveryFailedLoadHasItsReason) {
       {"# nothing\nKEY 1\n", "test.ctl: names no weight file"},
       {"WEIGHT noise.bin\n\nKEY\n", "test.ctl: line 3: KEY has no value"},
       {"WEIGHT noise.bin\nKEY 1\nKEY 2\n", "test.ctl: sets the key KEY twice"},
-      {"WEIGHT absent.bin\n", "the weight file absent.bin is missing (looked in "},
+      {"WEIGHT noise.bin\n#SHA256 0123\n", "noise.bin: has not the SHA-256"},
+      {"WEIGHT absent.bin\n", "the weight file absent.bin is missing (looked for "},
   };
   for (const auto& [text, reason] : controls) {
     dir_.write("test.ctl", text);
@@ -173,6 +174,13 @@ TEST_F(ContextTest, EveryFailedLoadHasItsReason) {
     EXPECT_NE(lastError().find(reason), std::string::npos) << lastError();
   }
   EXPECT_EQ(load("deep/models/inside.ctl", "new"), 0) << lastError();
+  // The digest of three letters is that of the standard's example.
+  dir_.write("abc.bin", "abc");
+  dir_.write(
+      "test.ctl",
+      "WEIGHT abc.bin\n#SHA256 ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad\n");
+  EXPECT_EQ(load("test.ctl", "abc"), 2);
+  EXPECT_EQ(lastError().find("SHA-256"), std::string::npos) << lastError();
   EXPECT_EQ(load("noise.ctl", "new"), 2);
   EXPECT_EQ(lastError(), "the model name 'new' is in use");
   EXPECT_EQ(load(dir_.file("noise.ctl"), "absolute"), 0) << lastError();

@@ -323,6 +323,9 @@ TEST(Versions, WrongInformationIsReportedWithItsText) {
        unsupported},
       {"Rate44100", [](WeightBuilder& w) { w.integer("SampleRate", 44100); }, noInfo, noInfo},
       {"Frame25ms", [](WeightBuilder& w) { w.integer("FrameLength", 400); }, "", noInfo},
+      {"NoFrame", [](WeightBuilder& w) { w.integer("FrameLength", 0); }, "", noInfo},
+      {"Negative", [](WeightBuilder& w) { w.integer("FrameLength", -512); }, "", noInfo},
+      {"Largest", [](WeightBuilder& w) { w.integer("FrameLength", INT_MAX); }, "", noInfo},
       {"NoStep", [](WeightBuilder& w) { w.drop("Step"); }, noStep, noStep},
   };
   for (const Row& row : rows) {

@@ -8,7 +8,6 @@
 #include "tests/support/capture.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/weight_builder.h"
-#include "utils/orvel_exception.h"
 #include "weights/weight.h"
 
 namespace orvel_test {
@@ -96,27 +95,6 @@ TEST_F(WeightFile, RecordsOfHugeCountsAreDropped) {
     EXPECT_EQ(weight().values().size(), 1U) << type;
   }
   EXPECT_FALSE(load(huge + some)) << "a name that is longer than the file";
-}
-
-TEST(WeightInformation, RateAndDurationAreChecked) {
-  struct Row {
-    int rate, frame, duration;  // a duration of 0: refused
-  };
-  // The last two run over in 32 bits.
-  const Row rows[] = {{16000, 320, 20}, {16000, 512, 32},      {8000, 200, 0},
-                      {44100, 441, 0},  {0, 512, 0},           {16000, 0, 0},
-                      {16000, -512, 0}, {8000, 2147483647, 0}, {16000, 4294972, 0}};
-  for (const Row& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.rate << ' ' << row.frame);
-    Weight weight;
-    weight.values().set<int>("SampleRate", row.rate, false);
-    weight.values().set<int>("FrameLength", row.frame, false);
-    if (row.duration == 0) {
-      EXPECT_THROW(ORVEL::WEIGHTS::getWeightInfo(weight), ORVEL::UTILS::ORVEL_Exception);
-    } else {
-      EXPECT_EQ(ORVEL::WEIGHTS::getWeightInfo(weight).frameDurationMs, row.duration);
-    }
-  }
 }
 
 }  // namespace

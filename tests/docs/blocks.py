@@ -40,6 +40,8 @@ def documents() -> list[str]:
 def is_command(text: str) -> bool:
     first, _, rest = text.partition(" ")
     if "/" in first:
+        if Path(first).suffix not in ("", ".py"):
+            return False
         return any(first.startswith(p) for p in PROGRAMS if p.endswith("/")) and (ROOT / first).is_file()
     return first in PROGRAMS and bool(rest)
 

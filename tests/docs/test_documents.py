@@ -71,7 +71,9 @@ def scratch(tmp_path_factory, prefix):
         soundfile.write(folder / name, sound, 48000)
     (folder / "noisy.raw").write_bytes((sound * 32767).astype("<i2").tobytes())
     # The program that README's commands compile.
-    (folder / "app.c").write_text(next(b.text for b in ALL if b.document == "README.md" and b.language == "c"))
+    (folder / "app.c").write_text(
+        whole_program(next(b for b in ALL if b.document == "README.md" and b.language == "c"))
+    )
     (folder / "models").symlink_to(ROOT / "models")
     (folder / "bin").mkdir()
     for name, text in STAND_INS.items():
@@ -163,16 +165,19 @@ def test_command_in_the_text(block, environment):
         assert option in known, f"{block}: {words[0]} knows no {option}"
 
 
+def whole_program(block):
+    """The block, with a main() around its declarations and statements where it has none."""
+    if "main(" in block.text:
+        return block.text
+    lines = block.text.splitlines()
+    last = max(i for i, line in enumerate(lines) if line.startswith("#include"))
+    return "\n".join([*lines[: last + 1], "int main(void) {", *lines[last + 1 :], "return 0;", "}", ""])
+
+
 @pytest.mark.parametrize("block", [b for b in ALL if b.language in ("c", "cpp")], ids=str)
 def test_c_and_cpp_block(block, scratch, environment):
-    """A whole program, or declarations and statements that a main() is put around."""
-    text = block.text
-    if "main(" not in text:
-        includes = [line for line in text.splitlines() if line.startswith("#include")]
-        rest = [line for line in text.splitlines() if not line.startswith("#include")]
-        text = "\n".join([*includes, "int main() {", *rest, "return 0;", "}"])
     source = scratch / f"block.{block.language}"
-    source.write_text(text)
+    source.write_text(whole_program(block))
     compiler = {"c": "cc -std=c99", "cpp": "c++ -std=c++20"}[block.language]
     run(
         f"{compiler} -Wall -Wextra -Werror {source.name} -o block $(pkg-config --cflags --libs orvel)",

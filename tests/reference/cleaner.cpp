@@ -1,8 +1,8 @@
 #include "tests/reference/cleaner.h"
 
+#include <algorithm>
+#include <cmath>
 #include <map>
-
-#include "tests/reference/windows.h"
 
 namespace orvel_test {
 namespace {
@@ -12,12 +12,6 @@ int delayMs(int frameLengthMs, int callMs) {
       {{32, 10}, 31}, {{32, 20}, 28}, {{32, 30}, 30}, {{32, 40}, 28},
       {{30, 10}, 25}, {{30, 20}, 25}, {{30, 30}, 15}, {{30, 40}, 25}};
   return table.at({frameLengthMs, callMs});
-}
-
-Signal multiplied(Signal x, const Signal& w) {
-  for (size_t i = 0; i < x.size(); ++i)
-    x[i] *= w[i];
-  return x;
 }
 
 }  // namespace
@@ -41,19 +35,19 @@ Cleaner::Cleaner(const TestModel& model, const Keys& keys, int frameMs)
       generation_(model.generation()),
       step_(model.step),
       perCall_(model.rate * frameMs / 1000),
-      delay_(model.rate * delayMs(model.frameLength * 1000 / model.rate, frameMs) / 1000) {
+      delay_(model.rate * delayMs(model.frameLength * 1000 / model.rate, frameMs) / 1000),
+      network_(model_),
+      previous_(model.bins, 0.0) {
   const int n = model.frameLength;
   analysis_ = generation_ == 1 ? hamming(n) : vorbis(n);
   synthesis_ = generation_ == 1 ? (settings_.hammingAfter ? hamming(n) : triangle(n)) : vorbis(n);
   if (settings_.cut) gate_.emplace(model.rate * 4 / n, settings_.cutReference);
   if (settings_.rescale) {
-    loud_.emplace(10, model.rate * 4 / model.step, settings_.rescaleEnergy,
-                  settings_.rescaleAmplitude * settings_.rescaleAmplitude);
+    const double square = settings_.rescaleAmplitude * settings_.rescaleAmplitude;
+    loud_.emplace(model.rate * 4 / model.step, settings_.rescaleEnergy, Signal{square});
   }
-  if (generation_ == 5) recurrent_.emplace(model_);
   input_.assign(step_, 0.0);
   output_.assign(delay_, 0.0);
-  previous_.assign(model.bins, 0.0);
 }
 
 Signal Cleaner::process(const Signal& samples) {
@@ -75,20 +69,13 @@ Signal Cleaner::process(const Signal& samples) {
 }
 
 Signal Cleaner::features(const Spectrum& spectrum, double scale) const {
-  Signal magnitude;
-  for (int k = model_.begin; k < model_.end; ++k)
-    magnitude.push_back(scale * std::abs(spectrum[k]));
   Signal result;
-  if (generation_ <= 3) {
-    for (const double value : magnitude)
-      result.push_back(std::log(value + 1.0));
-    return result;
-  }
   for (const auto& [first, last] : compressedBands(model_.band(), settings_.compress)) {
     double power = 0.0;
     for (int k = first; k <= last; ++k)
-      power += magnitude[k] * magnitude[k];
-    result.push_back(std::log(power + 1000.0));
+      power += std::norm(scale * spectrum[model_.begin + k]);
+    result.push_back(generation_ <= 3 ? std::log(std::sqrt(power) + 1.0)
+                                      : std::log(power + 1000.0));
   }
   return result;
 }
@@ -115,7 +102,7 @@ Signal Cleaner::mask(bool silent) {
     x[i] = (x[i] - model_.mu[i % model_.mu.size()]) / model_.sd[i % model_.sd.size()];
   }
   if (silent) return Signal(width, 1.0);
-  return recurrent_ ? recurrent_->mask(x) : feedForwardMask(model_, x);
+  return network_.mask(x);
 }
 
 void Cleaner::shape(Signal& gains, double gate) const {
@@ -134,11 +121,11 @@ void Cleaner::shape(Signal& gains, double gate) const {
 
 Signal Cleaner::frame(const Signal& x) {
   const Signal windowed = multiplied(x, analysis_);
-  const double gate = gate_ ? gate_->measure(windowed) : 1.0;
+  const double gate = gate_ ? gate_->gate(windowed) : 1.0;
   const Spectrum spectrum = forwardReal(windowed);
   double scale = 1.0;
   if (loud_) {
-    const double energy = loud_->update(x);
+    const double energy = loud_->loudMean(x);
     if (energy > 1e-6) scale = settings_.rescaleAmplitude / std::sqrt(energy);
   }
   history_.push_back(features(spectrum, scale));

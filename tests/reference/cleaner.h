@@ -4,7 +4,6 @@
 
 #include <optional>
 
-#include "tests/reference/energy.h"
 #include "tests/reference/network.h"
 #include "tests/reference/settings.h"
 
@@ -28,9 +27,8 @@ class Cleaner {
   int generation_;
   size_t step_, perCall_, delay_;
   Signal analysis_, synthesis_;
-  std::optional<Gate> gate_;
-  std::optional<LoudMean> loud_;
-  std::optional<Recurrent> recurrent_;
+  std::optional<Energies> gate_, loud_;
+  Network network_;
 
   Signal input_, output_;         // whole streams
   size_t frames_ = 0, read_ = 0;  // frames done, samples returned

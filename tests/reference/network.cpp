@@ -20,36 +20,23 @@ Signal logistic(Signal v) {
   return v;
 }
 
-Signal gatedBlock(const TestModel& model, size_t layer, const Signal& x) {
-  const Signal a = affine(model.nonLinear[layer], model.nonLinearBias[layer], x);
-  Signal y = affine(model.linear[layer], model.linearBias[layer], x);
-  for (size_t k = 0; k < y.size(); ++k)
-    y[k] += std::fmax(a[k], 0.0);
-  return y;
-}
-
 }  // namespace
 
-Signal feedForwardMask(const TestModel& model, Signal x) {
-  const size_t last = model.linear.size() - 1;
-  for (size_t layer = 0; layer < last; ++layer) {
-    x = gatedBlock(model, layer, x);
-    if (model.generation() > 2) continue;
-    for (size_t k = 0; k < x.size(); ++k) {
-      x[k] = x[k] * model.multiplier[layer][k] - model.reducer[layer][k];
-    }
-  }
-  return logistic(affine(model.nonLinear[last], model.nonLinearBias[last], x));
-}
-
-Signal Recurrent::hidden(const Signal& x) {
-  Signal u = state_;
-  u.insert(u.end(), x.begin(), x.end());
-  const Signal gate = logistic(affine(model_.gru[0], model_.gruBias[0], u));
-  Signal y = u;
+Signal Network::hidden(const Signal& x) {
+  Signal y = state_;
+  y.insert(y.end(), x.begin(), x.end());
+  const bool recurs = !state_.empty();
+  // The scale and shift of each element exist in generations 1 and 2 only.
+  const bool scales = model_.generation() == 1 || model_.generation() == 2;
+  const Signal gate = recurs ? logistic(affine(model_.gru[0], model_.gruBias[0], y)) : Signal();
   for (size_t layer = 0; layer + 1 < model_.linear.size(); ++layer) {
-    y = gatedBlock(model_, layer, y);
-    for (size_t i = 0; layer == 0 && i < y.size(); ++i) {
+    const Signal a = affine(model_.nonLinear[layer], model_.nonLinearBias[layer], y);
+    y = affine(model_.linear[layer], model_.linearBias[layer], y);
+    for (size_t k = 0; k < y.size(); ++k) {
+      y[k] += std::fmax(a[k], 0.0);
+      if (scales) y[k] = y[k] * model_.multiplier[layer][k] - model_.reducer[layer][k];
+    }
+    for (size_t i = 0; recurs && layer == 0 && i < y.size(); ++i) {
       const double z = gate.size() == 1 ? gate[0] : gate[i];
       state_[i] = (1.0 - z) * state_[i] + z * y[i];
     }
@@ -57,16 +44,12 @@ Signal Recurrent::hidden(const Signal& x) {
   return y;
 }
 
-Signal Recurrent::mask(const Signal& x) {
-  const size_t last = model_.nonLinear.size() - 1;
-  const Signal y = hidden(x);
-  return logistic(affine(model_.nonLinear[last], model_.nonLinearBias[last], y));
+Signal Network::mask(const Signal& x) {
+  return logistic(affine(model_.nonLinear.back(), model_.nonLinearBias.back(), hidden(x)));
 }
 
-double Recurrent::raw(const Signal& x) {
-  const size_t last = model_.linear.size() - 1;
-  const Signal y = hidden(x);
-  return affine(model_.linear[last], model_.linearBias[last], y)[0];
+double Network::raw(const Signal& x) {
+  return affine(model_.linear.back(), model_.linearBias.back(), hidden(x))[0];
 }
 
 }  // namespace orvel_test

@@ -1,19 +1,16 @@
 // The mask networks as plain loops in double precision.
 #pragma once
 
-#include "tests/reference/fourier.h"
+#include "tests/reference/signal.h"
 #include "tests/support/test_model.h"
 
 namespace orvel_test {
 
-// Generations 1 to 4; the per-element scale and shift exist in generations 1 and 2 only.
-Signal feedForwardMask(const TestModel& model, Signal x);
-
-// Generation 5 and voice activity: a gated state that enters the next frame, not this one.
-class Recurrent {
+// Recurrent ones have a gated state that enters the next frame, not this one.
+class Network {
  public:
-  explicit Recurrent(const TestModel& model)
-      : model_(model), state_(model.nonLinear.back().rows, 0.0) {}
+  explicit Network(const TestModel& model)
+      : model_(model), state_(model.gru.empty() ? 0 : model.nonLinear.back().rows, 0.0) {}
   Signal mask(const Signal& x);  // logistic output
   double raw(const Signal& x);   // first value of a linear output
 

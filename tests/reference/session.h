@@ -1,11 +1,10 @@
-// A whole session: caller's samples in, caller's samples out.
+// A whole session: caller's samples in, caller's samples or scores out.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 
 #include "tests/reference/cleaner.h"
-#include "tests/reference/vad.h"
 
 namespace orvel_test {
 
@@ -17,10 +16,26 @@ class RateChange {
   Signal process(const Signal& in);
 
  private:
+  Signal convert(const Floats& in);
   double factor_;
   std::shared_ptr<void> handle_;
   Signal stream_;
   size_t delivered_ = 0;
+};
+
+// The voice-activity detector over a stream that is kept whole.
+class Vad {
+ public:
+  explicit Vad(const TestModel& model) : model_(model), network_(model_) {}
+  double score(const Signal& samples);
+
+ private:
+  Signal features() const;
+  TestModel model_;
+  Network network_;
+  double level_ = 2000.0 * 2000.0;
+  Signal levelled_;              // all samples after the automatic gain
+  std::vector<Signal> history_;  // normalised features of every frame
 };
 
 class Session {

@@ -12,7 +12,6 @@ namespace orvel_test {
 
 class Capture {
  public:
-  Capture() : out_(1), err_(2) {}
   // Everything written since the start or the last call.
   std::string out() { return out_.take(); }
   std::string err() { return err_.take(); }
@@ -20,15 +19,12 @@ class Capture {
  private:
   class Redirected {
    public:
-    explicit Redirected(int descriptor) : descriptor_(descriptor) {
-      flush();
-      saved_ = dup(descriptor);
-      memory_ = memfd_create("captured", 0);
-      dup2(memory_, descriptor);
+    explicit Redirected(int descriptor)
+        : descriptor_(descriptor), saved_(dup(descriptor)), memory_(memfd_create("captured", 0)) {
+      redirect(memory_);
     }
     ~Redirected() {
-      flush();
-      dup2(saved_, descriptor_);
+      redirect(saved_);
       close(saved_);
       close(memory_);
     }
@@ -36,25 +32,23 @@ class Capture {
     Redirected& operator=(const Redirected&) = delete;
 
     std::string take() {
-      flush();
-      const off_t size = lseek(memory_, 0, SEEK_CUR);
-      std::string text(static_cast<size_t>(size - taken_), '\0');
-      const ssize_t got = pread(memory_, text.data(), text.size(), taken_);
-      text.resize(got > 0 ? static_cast<size_t>(got) : 0);
-      taken_ = size;
+      redirect(memory_);
+      std::string text(static_cast<size_t>(lseek(memory_, 0, SEEK_CUR) - taken_), '\0');
+      taken_ += pread(memory_, text.data(), text.size(), taken_);
       return text;
     }
 
    private:
-    static void flush() {
+    void redirect(int target) const {
       std::cout.flush();
       std::cerr.flush();
       std::fflush(nullptr);
+      dup2(target, descriptor_);
     }
     int descriptor_, saved_, memory_;
     off_t taken_ = 0;
   };
-  Redirected out_, err_;
+  Redirected out_{1}, err_{2};
 };
 
 }  // namespace orvel_test

@@ -6,25 +6,23 @@
 namespace orvel_test {
 namespace {
 
-std::string floatBytes(float value) {
+std::string bytesOf(float value) {
   uint32_t bits = 0;
   std::memcpy(&bits, &value, sizeof bits);
   return u32Bytes(bits);
 }
-
-std::string floatsBytes(const Floats& values) {
-  std::string bytes;
-  for (const float value : values)
-    bytes += floatBytes(value);
+std::string bytesOf(const Dense& m) {
+  std::string bytes = u32Bytes(m.rows) + u32Bytes(m.cols);
+  for (const float value : m.data)
+    bytes += bytesOf(value);
   return bytes;
 }
-
-std::string vectorBytes(const Floats& values) {
-  return u32Bytes(static_cast<uint32_t>(values.size())) + floatsBytes(values);
-}
-
-std::string matrixBytes(const Dense& m) {
-  return u32Bytes(m.rows) + u32Bytes(m.cols) + floatsBytes(m.data);
+template <class T>
+std::string bytesOf(const std::vector<T>& items) {
+  std::string bytes = u32Bytes(static_cast<uint32_t>(items.size()));
+  for (const T& item : items)
+    bytes += bytesOf(item);
+  return bytes;
 }
 
 }  // namespace
@@ -49,14 +47,12 @@ WeightBuilder& WeightBuilder::raw(const std::string& name, uint32_t type,
 }
 
 WeightBuilder& WeightBuilder::drop(const std::string& name) {
-  records_.erase(std::remove_if(records_.begin(), records_.end(),
-                                [&](const auto& record) { return record.first == name; }),
-                 records_.end());
+  std::erase_if(records_, [&](const auto& record) { return record.first == name; });
   return *this;
 }
 
 WeightBuilder& WeightBuilder::real(const std::string& name, float value) {
-  return raw(name, 0, floatBytes(value));
+  return raw(name, 0, bytesOf(value));
 }
 WeightBuilder& WeightBuilder::integer(const std::string& name, int32_t value) {
   return raw(name, 1, u32Bytes(static_cast<uint32_t>(value)));
@@ -65,29 +61,22 @@ WeightBuilder& WeightBuilder::text(const std::string& name, const std::string& v
   return raw(name, 2, u32Bytes(static_cast<uint32_t>(value.size())) + value);
 }
 WeightBuilder& WeightBuilder::floats(const std::string& name, const Floats& value) {
-  return raw(name, 3, vectorBytes(value));
+  return raw(name, 3, bytesOf(value));
 }
 WeightBuilder& WeightBuilder::matrix(const std::string& name, const Dense& value) {
-  return raw(name, 4, matrixBytes(value));
+  return raw(name, 4, bytesOf(value));
 }
 WeightBuilder& WeightBuilder::lists(const std::string& name, const std::vector<Floats>& value) {
-  std::string payload = u32Bytes(static_cast<uint32_t>(value.size()));
-  for (const Floats& item : value)
-    payload += vectorBytes(item);
-  return raw(name, 5, payload);
+  return raw(name, 5, bytesOf(value));
 }
 WeightBuilder& WeightBuilder::matrices(const std::string& name, const std::vector<Dense>& value) {
-  std::string payload = u32Bytes(static_cast<uint32_t>(value.size()));
-  for (const Dense& item : value)
-    payload += matrixBytes(item);
-  return raw(name, 6, payload);
+  return raw(name, 6, bytesOf(value));
 }
 
 std::string WeightBuilder::bytes() const {
   std::string all;
-  for (const auto& [name, body] : records_) {
+  for (const auto& [name, body] : records_)
     all += u32Bytes(static_cast<uint32_t>(name.size())) + name + body;
-  }
   return all;
 }
 
