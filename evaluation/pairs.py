@@ -1,5 +1,7 @@
-"""Folders of noisy/clean pairs: NNN_noisy.wav, NNN_clean.wav and, where known, pairs.json.
+"""Folders of noisy/clean pairs: NNN_noisy.wav, NNN_clean.wav and, where known, NNN_room.wav and pairs.json.
 
+``clean`` of a reverberant pair keeps only the early reflections, ``room`` all of them; where there is no
+``room``, both are the same wave.
 pairs.json is a list of {"id": "NNN", "snr_db": ..., "reverberant": ...}; a folder without it is read
 too, then without the breakdown by ratio and by room. Missing folders are made from held-out
 recordings with a fixed seed.
@@ -29,6 +31,7 @@ class Pair:
     rate: int
     noisy: np.ndarray
     clean: np.ndarray
+    room: np.ndarray
     info: dict = field(default_factory=dict)
 
 
@@ -41,11 +44,12 @@ class PairFiles:
     info: dict
 
     def load(self) -> Pair:
-        """Reads both files; raises ValueError when they do not fit together."""
-        waves, rates = zip(
-            *(soundfile.read(self.folder / f"{self.name}_{kind}.wav", dtype="float32") for kind in ("noisy", "clean"))
-        )
-        if rates[0] != rates[1] or waves[0].shape != waves[1].shape or waves[0].ndim != 1:
+        """Reads the files; raises ValueError when they do not fit together."""
+        paths = [self.folder / f"{self.name}_{kind}.wav" for kind in ("noisy", "clean", "room")]
+        if not paths[2].exists():
+            paths[2] = paths[1]
+        waves, rates = zip(*(soundfile.read(path, dtype="float32") for path in paths))
+        if len(set(rates)) > 1 or len({wave.shape for wave in waves}) > 1 or waves[0].ndim != 1:
             raise ValueError(f"{self.folder}/{self.name}: noisy and clean differ in rate or length")
         return Pair(self.name, rates[0], *waves, self.info)
 

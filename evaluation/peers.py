@@ -15,10 +15,10 @@ from pathlib import Path
 
 import numpy as np
 
-from evaluation import ROOT, voice, work
+from evaluation import ROOT, options, voice, work
 from evaluation.detectors import OrvelDetector, RNNoiseDetector, SileroDetector, TenDetector, WebRTCDetector
 from evaluation.networks import GTCRN, DeepFilterNet, NSNet2
-from evaluation.pairs import PAIRS, STREAMS, Pair, list_pairs, make_pairs, make_streams
+from evaluation.pairs import PAIRS, Pair, list_pairs, make_pairs, make_streams
 from evaluation.quality import number, spread, table
 from evaluation.suppressors import Orvel, RNNoise, Speex, WebRTC
 from orvel import Library, OrvelError
@@ -62,6 +62,7 @@ def make(kind: str, name: str, library: Path, models: Path):
 
 def serve(pipe, kind: str, name: str, core: int, library: Path, models: Path) -> None:
     """One system's process: answers every wave with (output, CPU seconds) until None comes."""
+    work.end_with_parent()
     try:
         os.sched_setaffinity(0, {core})
         before = memory_kib("VmRSS")
@@ -188,51 +189,45 @@ package pyrnnoise as it comes; a build for newer instruction sets costs less.
 
 def parse(arguments: list[str] | None) -> argparse.Namespace:
     """The options; leaves the process with a message for those that are unknown."""
-    parser = argparse.ArgumentParser(
-        prog="python -m evaluation.peers",
-        description=__doc__,
-        formatter_class=argparse.RawDescriptionHelpFormatter,
-        allow_abbrev=False,
-    )
-    add, build = parser.add_argument, ROOT / "build"
-    add("--data", type=Path, required=True, help="folder of recordings to mix")
+    shared = ("--data", "--seconds", "--streams", "--library", "--models", "--scratch")
+    parser = options.parser("evaluation.peers", __doc__, *shared)
+    add = parser.add_argument
     add("--write", action="store_true", help="write docs/performance-peers.md")
-    add("--out", type=Path, default=build / "evaluation" / "performance-peers.md", help="write the page here")
+    page = options.BUILD / "evaluation" / "performance-peers.md"
+    add("--out", type=Path, default=page, help="write the page here")
     add("--clips", type=int, default=15)
-    add("--seconds", type=float, default=6.0, help="length of a clip")
-    add("--streams", type=int, default=STREAMS, help="minutes for the detectors")
     add("--core", type=int, default=max(os.sched_getaffinity(0)), help="the core that all systems run on")
-    add("--library", type=Path, default=build / "release" / "liborvel.so.1")
-    add("--models", type=Path, default=ROOT / "models", help="folder of models")
-    add("--scratch", type=Path, default=build / "evaluation", help="where pairs are kept")
-    return parser.parse_args(arguments)
+    chosen = parser.parse_args(arguments)
+    if chosen.data is None:
+        parser.error("name the folder of recordings with --data")
+    return chosen
 
 
 def main(arguments: list[str] | None = None) -> None:
     """Measures and writes the page; one line on standard error for what is missing."""
-    options = parse(arguments)
-    where = (options.library.resolve(), options.models.resolve())
+    chosen = parse(arguments)
+    where = (chosen.library.resolve(), chosen.models.resolve())
     busy = os.getloadavg()[0]
     try:
         with work.open_library(*where) as library:
             models = library.models()
-        list_files(options.data)
+        list_files(chosen.data)
     except (OSError, ValueError, OrvelError) as error:
         sys.exit(f"bench-peers: {error}")
 
-    print(f"{options.clips} clips and {options.streams} minutes", flush=True)
-    folder = make_pairs(options.data, options.scratch, RATE, PAIRS, options.seconds)
-    pairs = [f.load() for f in spread(list_pairs(folder), options.clips)]
+    print(f"{chosen.clips} clips and {chosen.streams} minutes", flush=True)
+    folder = make_pairs(chosen.data, chosen.scratch, RATE, PAIRS, chosen.seconds)
+    pairs = [f.load() for f in spread(list_pairs(folder), chosen.clips)]
     ours = [model.name for model in work.cleaners(models, RATE)]
-    cleaned = round_robin("cleaner", [*ours, *OTHER_CLEANERS], pairs, options.core, where)
+    cleaned = round_robin("cleaner", [*ours, *OTHER_CLEANERS], pairs, chosen.core, where)
     quality = {name: cleaner_quality(r["outputs"], pairs) for name, r in cleaned.items()}
     first_cleaner = next(iter(cleaned))
     cleaners = lines_of(cleaned, pairs, first_cleaner, quality)
 
-    folder = make_streams(options.data, options.scratch)
-    streams = [f.load() for f in spread(list_pairs(folder), options.streams)]
+    folder = make_streams(chosen.data, chosen.scratch)
+    streams = [f.load() for f in spread(list_pairs(folder), chosen.streams)]
     voices = [model.name for model in work.detectors(models)]
-    scored = round_robin("detector", [*voices, *OTHER_DETECTORS], streams, options.core, where)
+    scored = round_robin("detector", [*voices, *OTHER_DETECTORS], streams, chosen.core, where)
     areas = {name: detector_quality(r["outputs"], streams) for name, r in scored.items()}
     first_detector = next(iter(scored))
     detectors = lines_of(scored, streams, first_detector, areas)
@@ -240,7 +235,7 @@ def main(arguments: list[str] | None = None) -> None:
     shared = ["", "CPU s/s", "ratio", "spread", "memory MiB", "latency ms"]
     page = TEXT.format(
         clips=len(pairs),
-        seconds=options.seconds,
+        seconds=chosen.seconds,
         streams=len(streams),
         load=f"under a load of {busy:.1f} when the run began ({os.cpu_count()} cores)",
         cleaner=first_cleaner,
@@ -248,7 +243,7 @@ def main(arguments: list[str] | None = None) -> None:
         cleaners=table([*shared, "PESQ", "STOI", "SI-SDR dB"], cleaners),
         detectors=table([*shared, "ROC-AUC"], detectors),
     )
-    target = ROOT / "docs" / "performance-peers.md" if options.write else options.out
+    target = ROOT / "docs" / "performance-peers.md" if chosen.write else chosen.out
     target.parent.mkdir(parents=True, exist_ok=True)
     target.write_text(page)
     print(f"{page}\nwrote {target}")

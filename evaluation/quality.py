@@ -8,13 +8,10 @@ from dataclasses import dataclass, field
 
 import numpy as np
 
-from evaluation.networks import open_network, package_file
+from evaluation.judges import Opinions
 from evaluation.pairs import Pair, PairFiles
 from evaluation.suppressors import Suppressor
 from training import measures
-from training.measures import resample
-
-MEASURES = ("pesq", "stoi", "estoi", "si_sdr", "ovrl", "cut", "pause")
 
 
 @dataclass
@@ -30,28 +27,43 @@ class Row:
     values: dict = field(default_factory=dict)
 
 
-def measure(out: np.ndarray, pair: Pair, opinion: Callable | None) -> dict:
-    """Every measure of `out`, a cleaned version of `pair.noisy`; OVRL only where `opinion` is given."""
-    clean, rate = pair.clean, pair.rate
+def beside(out: np.ndarray, clean: np.ndarray, rate: int) -> dict:
+    """The measures of `out` that compare it with a reference."""
     return {
         "pesq": measures.pesq(out, clean, rate),
         "stoi": measures.stoi(out, clean, rate),
         "estoi": measures.stoi(out, clean, rate, extended=True),
         "si_sdr": measures.si_sdr(out, clean),
-        "ovrl": opinion(out, rate) if opinion else float("nan"),
         "cut": measures.cut_share(out, clean, rate),
-        "pause": measures.pause_attenuation(out, pair.noisy, clean, rate),
     }
 
 
-def run_pair(pair: Pair, systems: Iterable[Suppressor], opinion: Callable | None) -> list[Row]:
+def measure(out: np.ndarray, pair: Pair, opinions: Opinions | None) -> dict:
+    """Every measure of `out`, a cleaned version of `pair.noisy`; opinions only where their networks are given.
+
+    The reference is speech in its room; `early_` stands before what was measured against the speech with
+    its early reflections, for reverberant pairs only. `lines` is 100 for a wave with steady lines, else 0;
+    `line` is the strongest one in dB re speech.
+    """
+    rate = pair.rate
+    values = beside(out, pair.room, rate)
+    if not np.array_equal(pair.clean, pair.room):
+        values |= {f"early_{key}": value for key, value in beside(out, pair.clean, rate).items()}
+    values |= opinions(out, rate) if opinions else {}
+    values["pause"] = measures.pause_attenuation(out, pair.noisy, pair.room, rate)
+    lines = measures.steady_lines(out, pair.noisy, pair.room, rate)
+    values |= {"lines": float(bool(lines)), "line": lines[0][1] if lines else float("nan")}
+    return values | measures.band_gains(out, pair.room, rate)
+
+
+def run_pair(pair: Pair, systems: Iterable[Suppressor], opinions: Opinions | None) -> list[Row]:
     """One pair through every system in turn, each from a fresh stream."""
     rows = []
     for system in systems:
         before = system.cpu_seconds
         out = system.clean_file(pair.noisy, pair.rate)
         cpu = system.cpu_seconds - before
-        values = measure(out, pair, opinion)
+        values = measure(out, pair, opinions)
         seconds = len(pair.noisy) / pair.rate
         rows.append(Row(system.name, pair.name, pair.rate, pair.info, seconds, cpu, values))
     return rows
@@ -65,7 +77,7 @@ def spread(files: list[PairFiles], count: int | None) -> list[PairFiles]:
 
 def mean(rows: Iterable[Row], key: str) -> float:
     """Mean of one measure, leaving out what could not be measured."""
-    values = np.array([row.values[key] for row in rows], dtype=float)
+    values = np.array([row.values.get(key, np.nan) for row in rows], dtype=float)
     values = values[~np.isnan(values)]
     return float(np.mean(values)) if len(values) else float("nan")
 
@@ -75,39 +87,27 @@ def cost(rows: list[Row]) -> float:
     return sum(row.cpu_seconds for row in rows) / sum(row.seconds for row in rows)
 
 
-class OverallOpinion:
-    """DNSMOS OVRL without a reference, 1 to 5, by the network in the package speechmos.
-
-    The package's own entry point also runs a second network whose score is not used here.
-    """
-
-    SECONDS = 9.01
-
-    def __init__(self) -> None:
-        from training.opinion import MAPPINGS, RATE
-
-        self.rate, self.curve = RATE, MAPPINGS[-1]
-        self.network = open_network(package_file("speechmos", "dnsmos_models", "sig_bak_ovr.onnx"))
-
-    def __call__(self, out: np.ndarray, rate: int) -> float:
-        wave = np.clip(resample(out, rate, self.rate), -1.0, 1.0).astype(np.float32)
-        size = int(self.SECONDS * self.rate)
-        wave = np.tile(wave, -(-size // len(wave))) if len(wave) < size else wave
-        starts = range(0, len(wave) - size + 1, self.rate)
-        if len(wave) < 2 * size:  # a short wave was repeated: later windows say nothing new
-            starts = starts[:1]
-        raw = [self.network.run(None, {"input_1": wave[None, s : s + size]})[0][0][2] for s in starts]
-        return float(np.mean(np.polyval(self.curve, raw)))
-
-
-HEADINGS = {
+REFERRED = {
     "pesq": ("PESQ", "{:.2f}", 1.0),
     "stoi": ("STOI", "{:.3f}", 1.0),
     "estoi": ("ESTOI", "{:.3f}", 1.0),
     "si_sdr": ("SI-SDR dB", "{:.1f}", 1.0),
-    "ovrl": ("OVRL", "{:.2f}", 1.0),
     "cut": ("cut %", "{:.1f}", 100.0),
+}
+JUDGED = {
+    "p808": ("P.808", "{:.2f}", 1.0),
+    "ovrl": ("OVRL", "{:.2f}", 1.0),
     "pause": ("pauses dB", "{:.1f}", 1.0),
+}
+DIFFERENCES = ("pesq", "stoi", "estoi", "si_sdr", "p808", "ovrl")
+MAIN = (*REFERRED, *JUDGED)
+HEADINGS = {
+    **REFERRED,
+    **JUDGED,
+    **{f"early_{key}": row for key, row in REFERRED.items()},
+    "lines": ("lines %", "{:.0f}", 100.0),
+    "line": ("loudest line dB", "{:.0f}", 1.0),
+    **{f"from_{low}": (f"from {low / 1000:g} kHz", "{:+.1f}", 1.0) for low in measures.BAND_EDGES[:-1]},
 }
 
 
@@ -124,8 +124,11 @@ def number(value: float, form: str = "{:.2f}") -> str:
 
 
 def cell(rows: list[Row], key: str) -> str:
-    """Mean of one measure as text."""
+    """Mean of one measure as text; of lines the loudest."""
     _, form, factor = HEADINGS[key]
+    if key == "line":
+        loudest = [row.values[key] for row in rows if not math.isnan(row.values.get(key, math.nan))]
+        return number(max(loudest, default=math.nan), form)
     return number(mean(rows, key) * factor, form)
 
 
@@ -146,9 +149,15 @@ def overall(rows: list[Row], systems: dict, baseline: str) -> str:
         own = cost(group)
         spent = ["–", "–"] if name == "unprocessed" else [f"{own:.4f}", number(own / unit, "{:.2f}")]
         latency = "–" if name == "unprocessed" else f"{systems[name]['latency']:.0f}"
-        lines.append([name, *(cell(group, key) for key in HEADINGS), *spent, latency])
-    headings = ["", *(heading for heading, _, _ in HEADINGS.values())]
-    return table([*headings, "CPU s/s", f"× {baseline}", "latency ms"], lines)
+        lines.append([name, *(cell(group, key) for key in MAIN), *spent, latency])
+    return table(["", *(HEADINGS[key][0] for key in MAIN), "CPU s/s", f"× {baseline}", "latency ms"], lines)
+
+
+def columns(rows: list[Row], keys: Iterable[str]) -> str:
+    """The measures `keys` of every system; those that no row has are left out."""
+    keys = [key for key in keys if any(not math.isnan(row.values.get(key, math.nan)) for row in rows)]
+    lines = [[name, *(cell(group, key) for key in keys)] for name, group in by_system(rows).items()]
+    return table(["", *(HEADINGS[key][0] for key in keys)], lines) if keys else ""
 
 
 def split(rows: list[Row], group_of: Callable[[Row], str], order: list[str], keys: list[str]) -> str:
@@ -171,11 +180,11 @@ def against(rows: list[Row], ours: list[str], other: str) -> str:
         if name not in groups:
             continue
         line = [name]
-        for key in ("pesq", "stoi", "estoi", "si_sdr", "ovrl", "cut"):
+        for key in (*DIFFERENCES, "cut"):
             _, form, factor = HEADINGS[key]
             difference = (mean(groups[name], key) - mean(groups[other], key)) * factor
-            line.append(form.replace("{:", "{:+").format(0.0 - difference if key == "cut" else difference))
+            line.append(number(0.0 - difference if key == "cut" else difference, form.replace("{:", "{:+")))
         line.append(f"{cost(groups[other]) / cost(groups[name]):.1f}")
         lines.append(line)
-    names = [HEADINGS[key][0] for key in ("pesq", "stoi", "estoi", "si_sdr", "ovrl")]
+    names = [HEADINGS[key][0] for key in DIFFERENCES]
     return table([f"minus {other}", *names, "fewer cut %", "times cheaper"], lines)

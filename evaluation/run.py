@@ -5,8 +5,9 @@ from __future__ import annotations
 import multiprocessing
 import threading
 import time
-from collections.abc import Callable, Iterable
+from collections.abc import Callable, Iterable, Iterator
 from concurrent.futures import Future, ProcessPoolExecutor
+from contextlib import contextmanager
 from dataclasses import asdict, dataclass
 from pathlib import Path
 
@@ -17,6 +18,7 @@ from training.corpus import list_files
 
 EXAMPLES = 10
 WIDE_CLIPS = 12
+WORD_PAIRS = 20
 OLDER_SHARE = 3  # older versions are measured on every third clip
 SECONDS_BETWEEN_LINES = 5.0
 
@@ -95,6 +97,15 @@ def pair_sets(settings: Settings, models: list[Model], say: Callable[[str], None
     return sets
 
 
+@contextmanager
+def _cancelling(pool: ProcessPoolExecutor) -> Iterator[ProcessPoolExecutor]:
+    """A pool whose processes end after the tasks at hand when the body fails, not after all of them."""
+    try:
+        yield pool
+    finally:
+        pool.shutdown(cancel_futures=True)
+
+
 def _flat(futures: Iterable[Future]) -> list:
     return [item for future in futures for item in future.result()]
 
@@ -129,10 +140,16 @@ def collect(pairs: list[Future], limit: float) -> tuple[list[dict], dict]:
     return rows, systems
 
 
+def add_counts(parts: list[dict[str, tuple[int, int]]]) -> dict[str, tuple[int, int]]:
+    """Sums by system."""
+    names = dict.fromkeys(name for part in parts for name in part)
+    return {name: tuple(map(sum, zip(*(part[name] for part in parts if name in part)))) for name in names}
+
+
 def measure_all(settings: Settings, models: list[Model], say: Callable[[str], None]) -> dict:
     """The results of every section asked for; `roc` and `examples` hold arrays for pictures."""
     wants = settings.sections.__contains__
-    needs_pairs = settings.sections & {"quality", "pictures", "stream"}
+    needs_pairs = settings.sections & {"quality", "words", "pictures", "stream"}
     sets = pair_sets(settings, models, say) if needs_pairs else {}
     main = sets.get(work.MAIN_RATE, [])
     current, older = work.cleaners(models), work.cleaners(models, older=True)
@@ -144,13 +161,15 @@ def measure_all(settings: Settings, models: list[Model], say: Callable[[str], No
         chosen = quality.spread(list_pairs(folder), settings.streams)
     context = multiprocessing.get_context("spawn")
     workshop = (settings.library, settings.models, settings.command)
-    with ProcessPoolExecutor(settings.jobs, context, work.open_workshop, workshop) as pool:
+    with _cancelling(ProcessPoolExecutor(settings.jobs, context, work.open_workshop, workshop)) as pool:
         progress = Progress(say)
         submit = lambda *task: progress.watch(pool.submit(*task))  # noqa: E731
         if wants("quality"):
             pairs = [submit(*task) for task in quality_tasks(sets, models)]
             wide = next((files for rate, files in sets.items() if rate > work.MAIN_RATE), [])
             wide = [submit(work.wide_band_task, f, wide[0]) for f in wide[:WIDE_CLIPS]]
+        if wants("words"):
+            heard = [submit(work.words_task, f, main[0]) for f in main[:WORD_PAIRS]]
         if wants("pictures"):
             ours = [model.name for model in current if model.rate == work.MAIN_RATE][:1]
             examples = [submit(work.example_task, f, name) for name in ours for f in main[:EXAMPLES]]
@@ -173,6 +192,8 @@ def measure_all(settings: Settings, models: list[Model], say: Callable[[str], No
             rows, systems = collect(pairs, settings.minutes * 60.0)
             results |= {"rows": rows, "systems": systems, "seconds": settings.seconds}
             results["wide"] = _flat(wide)
+        if wants("words"):
+            results |= {"words": add_counts([future.result() for future in heard]), "words_pairs": len(heard)}
         if wants("pictures"):
             results["examples"] = [future.result() for future in examples]
             results["example_model"] = ", ".join(ours)

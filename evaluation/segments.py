@@ -8,7 +8,6 @@ better chosen on other minutes than the report's: with another `--seed` the same
 Labels come from the clean wave (`evaluation.voice.labels_of`).
 """
 
-import argparse
 import json
 import subprocess
 import sys
@@ -23,7 +22,7 @@ from types import ModuleType
 import numpy as np
 import soundfile
 
-from evaluation import ROOT
+from evaluation import options
 from evaluation.pairs import SEED, Pair, list_pairs, make_streams
 from evaluation.quality import number, table
 from evaluation.voice import HOPS_PER_SECOND, labels_of
@@ -175,25 +174,20 @@ def lines(counts: dict[str, Counts]) -> str:
 
 def main() -> None:
     """Parses the options, runs and prints the table."""
-    parser = argparse.ArgumentParser(
-        prog="python -m evaluation.segments", description=__doc__.splitlines()[0], allow_abbrev=False
-    )
+    shared = ("--data", "--command", "--scratch", "--jobs")
+    parser = options.parser("evaluation.segments", __doc__.splitlines()[0], *shared)
     add = parser.add_argument
     add("--streams", type=Path, help="folder of NNN_noisy.wav and NNN_clean.wav at 16 kHz; default: made from --data")
-    add("--data", type=Path, help="recordings to mix the streams from")
-    add("--command", type=Path, default=ROOT / "build" / "release" / "tools" / "orvel")
     add("--seed", type=int, default=SEED, help="of the streams made from --data")
-    add("--scratch", type=Path, default=ROOT / "build" / "evaluation", help="where streams are made")
     add("--no-peers", action="store_true", help="leave out Silero")
-    add("--jobs", type=int, default=2)
     add("options", nargs="*", help="options for `orvel vad`, after --")
-    options = parser.parse_args()
-    if options.streams is None and options.data is None:
+    chosen = parser.parse_args()
+    if chosen.streams is None and chosen.data is None:
         parser.error("name the recordings with --data, or ready streams with --streams")
-    task = lambda files: count_stream(files.load(), options.command, options.options, not options.no_peers)  # noqa: E731
+    task = lambda files: count_stream(files.load(), chosen.command, chosen.options, not chosen.no_peers)  # noqa: E731
     try:
-        folder = options.streams or make_streams(options.data, options.scratch, options.seed)
-        with ThreadPoolExecutor(options.jobs) as pool:
+        folder = chosen.streams or make_streams(chosen.data, chosen.scratch, chosen.seed)
+        with ThreadPoolExecutor(chosen.jobs) as pool:
             streams = list(pool.map(task, list_pairs(folder)))
     except (OSError, ValueError, RuntimeError) as error:
         sys.exit(f"segments: {error}")

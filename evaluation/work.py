@@ -5,12 +5,16 @@ Every task is a small function of plain arguments, so that it can run in any pro
 
 from __future__ import annotations
 
+import ctypes
+import multiprocessing
+import os
+import signal
 from dataclasses import asdict
 from pathlib import Path
 
 import numpy as np
 
-from evaluation import quality, segments, stability, voice
+from evaluation import judges, quality, segments, stability, voice
 from evaluation.detectors import (
     OrvelDetector,
     RNNoiseDetector,
@@ -19,7 +23,7 @@ from evaluation.detectors import (
     VoiceDetector,
     WebRTCDetector,
 )
-from evaluation.networks import GTCRN, NSNet2
+from evaluation.networks import GTCRN, ULUNAS, ULUNAS_FILE, NSNet2
 from evaluation.pairs import Pair, PairFiles
 from evaluation.suppressors import Orvel, RNNoise, Speex, Suppressor, Unprocessed, WebRTC
 from orvel import Library, Model
@@ -58,7 +62,8 @@ def peers_at(rate: int) -> list[type | object]:
         return [RNNoise, speex]
     if rate < MAIN_RATE:
         return [RNNoise, WebRTC, speex]
-    return [RNNoise, WebRTC, speex, NSNet2, GTCRN]
+    graph = os.environ.get(ULUNAS_FILE)
+    return [RNNoise, WebRTC, speex, NSNet2, GTCRN, *([lambda: ULUNAS(Path(graph))] if graph else [])]
 
 
 class Workshop:
@@ -69,7 +74,8 @@ class Workshop:
         self.models = self.library.models()
         self._suppressors: dict[tuple[int, bool], list[Suppressor]] = {}
         self._detectors: list[VoiceDetector] = []
-        self._opinion: quality.OverallOpinion | None = None
+        self._opinions: judges.Opinions | None = None
+        self._recogniser: judges.Recogniser | None = None
 
     def orvel(self, model: str) -> Orvel:
         """A suppressor that runs `model` at its own rate."""
@@ -98,19 +104,35 @@ class Workshop:
         return self._detectors
 
     @property
-    def opinion(self) -> quality.OverallOpinion:
-        """The opinion network, loaded on first use."""
-        if self._opinion is None:
-            self._opinion = quality.OverallOpinion()
-        return self._opinion
+    def opinions(self) -> judges.Opinions:
+        """The opinion networks, loaded on first use."""
+        if self._opinions is None:
+            self._opinions = judges.Opinions()
+        return self._opinions
+
+    @property
+    def recogniser(self) -> judges.Recogniser:
+        """The recogniser, loaded on first use."""
+        if self._recogniser is None:
+            self._recogniser = judges.Recogniser()
+        return self._recogniser
 
 
 workshop: Workshop | None = None
 
 
+def end_with_parent() -> None:
+    """Has the kernel kill this process when its parent ends, even if that is killed itself."""
+    kill_on_parents_death = 1  # PR_SET_PDEATHSIG
+    ctypes.CDLL(None).prctl(kill_on_parents_death, signal.SIGKILL)
+    if not multiprocessing.parent_process().is_alive():  # it ended before
+        os._exit(1)
+
+
 def open_workshop(library: Path, models: Path, command: Path) -> None:
     """Prepares this process; called once before any task."""
     global workshop
+    end_with_parent()
     workshop = Workshop(library, models, command)
 
 
@@ -118,9 +140,20 @@ def pair_task(files: PairFiles, speech: PairFiles, peers: bool) -> dict:
     """One pair through all systems of its rate."""
     pair = files.load()
     systems = workshop.suppressors(pair.rate, peers, speech.load().clean)
-    rows = quality.run_pair(pair, systems, workshop.opinion)
+    rows = quality.run_pair(pair, systems, workshop.opinions)
     about = {s.name: {"latency": s.latency_ms, "neural": s.neural, "note": s.note} for s in systems}
     return {"rows": [asdict(row) for row in rows], "systems": about}
+
+
+def words_task(files: PairFiles, speech: PairFiles) -> dict[str, tuple[int, int]]:
+    """Words that the recogniser gets wrong by system, and of how many: against its words in clean speech."""
+    pair = files.load()
+    reference = workshop.recogniser.words(pair.room, pair.rate)
+    counts = {}
+    for system in workshop.suppressors(pair.rate, True, speech.load().clean):
+        words = workshop.recogniser.words(system.clean_file(pair.noisy, pair.rate), pair.rate)
+        counts[system.name] = (judges.word_errors(words, reference), len(reference))
+    return counts
 
 
 def voice_task(files: PairFiles) -> dict:

@@ -28,7 +28,8 @@ TRAINING_OPTIONAL = {"plain": float, "room_fade": list, "short_products": bool, 
 # Shares of segments: speech without noise, and nothing but clicks.
 TRAINING_BY_VERSION = {"0.0.5": {"clean": float, "clicks": float}}
 # quality, opinion: weights of the two estimates in the loss. The opinion is that of the first
-# opinion_streams streams, in every opinion_every-th update.
+# opinion_streams streams, in every opinion_every-th update. lines, residual: weights of steady lines and
+# of noise that is left.
 STAGE_REQUIRED = {
     "mask": {"alpha": float},
     "output": {"alpha": float, "spectral": float, "ratio": float, "envelope": float},
@@ -36,7 +37,10 @@ STAGE_REQUIRED = {
 }
 STAGE_OPTIONAL = {
     "mask": {},
-    "output": {"quality": float, "opinion": float, "opinion_streams": int, "opinion_every": int},
+    "output": {
+        **{"quality": float, "opinion": float, "lines": float, "residual": float},
+        **{"opinion_streams": int, "opinion_every": int},
+    },
     "detect": {"onset": float},
 }
 MAY_BE_ZERO = {"seed", "first_bin", "label_delay"}

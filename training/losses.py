@@ -12,6 +12,7 @@ from training.bands import compression_matrix
 from training.chain import Shape, frames
 from training.opinion import load_network, opinion, resampled
 from training.quality import quality
+from training.residue import line_loss, residual_noise
 
 COMPRESSION = 0.3
 PHASE_WEIGHT = 0.3
@@ -184,7 +185,8 @@ def sequence_output_loss(out: jax.Array, batch: dict, shape: Shape, stage: dict)
     """``output_loss`` of one batch over the samples that all their frames have reached.
 
     A stage with ``quality`` takes off that weight times the estimated quality beside the target, one
-    with ``opinion`` that weight times the estimated opinion of a few streams.
+    with ``opinion`` that weight times the estimated opinion of a few streams. ``lines`` and ``residual``
+    are the weights of steady lines and of noise that is left.
     """
     inner = slice(shape.step, -shape.step)
     weights = OutputWeights(stage["alpha"], stage["spectral"], stage["ratio"], stage["envelope"])
@@ -197,4 +199,11 @@ def sequence_output_loss(out: jax.Array, batch: dict, shape: Shape, stage: dict)
     if stage.get("opinion"):
         streams = stage.get("opinion_streams", 4)
         total -= stage["opinion"] * _overall_opinion(out, voiced, shape.sample_rate, streams)
+    if stage.get("lines") or stage.get("residual"):
+        waves = (out, want, batch["noisy"][:, inner])
+        spectra = [_stft(wave / norm[:, None], shape.sample_rate * 32 // 1000) for wave in waves]
+        if stage.get("lines"):
+            total += stage["lines"] * line_loss(*spectra)
+        if stage.get("residual"):
+            total += stage["residual"] * residual_noise(*spectra, shape.sample_rate)
     return total

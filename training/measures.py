@@ -20,6 +20,7 @@ MOST_ATTENUATION_DB = 80.0
 # reference, and so many dB below the speech at most.
 LINE_DB, LINE_OWN_DB, LINE_FLOOR_DB = 10.0, 7.0, -60.0
 LINE_HERTZ = 31.25  # resolution, half of the narrowest band of a mask
+BAND_EDGES = (0, 1000, 2000, 4000, 8000, 14000)  # Hz
 LINE_AROUND = (3, 10)  # bins to either side that a line is compared with: from, to
 
 
@@ -118,6 +119,30 @@ def steady_lines(out: np.ndarray, noisy: np.ndarray, clean: np.ndarray, rate: in
     peak = found & (levels[0] >= np.maximum(np.roll(levels[0], 1), np.roll(levels[0], -1)))
     lines = [(LINE_HERTZ * k, float(levels[0][k] - speech)) for k in np.flatnonzero(peak)]
     return sorted(lines, key=lambda line: -line[1])
+
+
+def band_gains(out: np.ndarray, clean: np.ndarray, rate: int) -> dict[str, float]:
+    """By how many dB speech itself is raised or lowered, by octave: the output's least-squares fit to it.
+
+    Noise that is left does not count, as it does not correlate with speech. NaN for a band in which the
+    reference lies more than 45 dB below its loudest one: nothing is known there.
+    """
+    size = int(rate * FRAME_SECONDS)
+    count = min(len(out), len(clean)) // size * size
+    window = np.hanning(size)
+    spectra = [np.fft.rfft(wave[:count].reshape(-1, size) * window, axis=1) for wave in (out, clean)]
+    cross = np.sum((spectra[0] * np.conj(spectra[1])).real, axis=0)
+    power = np.sum(np.square(np.abs(spectra[1])), axis=0)
+    freq = np.arange(size // 2 + 1) * rate / size
+    edges = [edge for edge in BAND_EDGES if edge <= rate / 2]
+    inside = [(freq >= low) & (freq < high) for low, high in zip(edges[:-1], edges[1:])]
+    powers = [float(np.sum(power[band])) for band in inside]
+    gains = {}
+    for low, band, own in zip(edges, inside, powers):
+        known = own > max(powers) * 10.0 ** (-0.1 * PAUSE_RANGE_DB) + TINY
+        fit = max(float(np.sum(cross[band])) / own, 1e-3) if known else float("nan")
+        gains[f"from_{low}"] = 20.0 * np.log10(fit)
+    return gains
 
 
 def _frame_powers(wave: np.ndarray, size: int) -> np.ndarray:

@@ -16,6 +16,8 @@ SEQUENCES, SEQUENCE_HOPS = 60, 100
 # Minutes of speech and of noise kept for other mixes.
 TRACKS = 48
 PIECE_RMS = 1000.0
+# Share of the minutes that begin with quiet noise, which the automatic level lifts without end.
+QUIET_STARTS = 0.15
 
 
 def varied(rng: np.random.Generator, waves: np.ndarray, speed: float, depth_db: float) -> np.ndarray:
@@ -112,8 +114,23 @@ class MinuteMixer:
         ratio = 60.0 if rng.random() < 0.06 else np.clip(rng.normal(7.0, 7.0), -6.0, 30.0)
         mix = speech + self._track(self.noise_tracks, self._noise) * 10.0 ** (-ratio / 20.0)
         gain = 32768.0 * 10.0 ** (rng.uniform(lowest, highest) / 20.0) / (np.sqrt(np.mean(np.square(mix))) + 1e-3)
-        self.wave[stream] = np.clip(np.rint(mix * gain), -32768.0, 32767.0)
+        mix *= gain
+        if kind > 1.0 - QUIET_STARTS:
+            labels = self._quiet_start(mix, mix - speech * gain, labels)
+        self.wave[stream] = np.clip(np.rint(mix), -32768.0, 32767.0)
         self.labels[stream] = labels
+
+    def _quiet_start(self, mix: np.ndarray, noise: np.ndarray, labels: np.ndarray) -> np.ndarray:
+        """Puts far softer noise alone in front, and sudden steps of the level behind; returns the labels."""
+        rng, labels = self.rng, labels.copy()
+        count = int(rng.uniform(10.0, 50.0) * RATE) // HOP * HOP
+        level = np.sqrt(np.mean(np.square(noise[:count]))) + 1e-3
+        mix[:count] = noise[:count] * (32768.0 * 10.0 ** (rng.uniform(-85.0, -52.0) / 20.0) / level)
+        labels[:, : count // HOP] = 0.0
+        if rng.random() < 0.3:
+            at = count + int(rng.uniform(1.0, 6.0) * RATE)
+            mix[at:] *= 10.0 ** (rng.uniform(-20.0, 12.0) / 20.0)
+        return labels
 
     def next(self) -> dict:
         """The next sequence of every stream: ``wave`` with history, ``label``, ``onset``, ``cold``."""

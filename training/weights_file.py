@@ -7,6 +7,7 @@ A record is a name (u32 length, bytes), a u32 type code and the payload. Types: 
 
 from __future__ import annotations
 
+import hashlib
 import os
 import struct
 from pathlib import Path
@@ -112,10 +113,10 @@ def read_weights(path: str | Path) -> dict:
     return entries
 
 
-def control_text(config: dict) -> str:
-    """Text of the control file: a comment, the weight file, the tuning keys."""
+def control_text(config: dict, digest: str) -> str:
+    """Text of the control file: a comment, the weight file with its SHA-256, the tuning keys."""
     name = config["model"]["name"]
-    lines = [f"# {config['model'].get('title', name)}", f"WEIGHT {name}.bin"]
+    lines = [f"# {config['model'].get('title', name)}", f"WEIGHT {name}.bin", f"#SHA256 {digest}"]
     lines += [f"{key} {value}" for key, value in config.get("keys", {}).items()]
     return "\n".join(lines) + "\n"
 
@@ -140,6 +141,7 @@ def export_model(folder: str | Path, config: dict, entries: dict) -> Path:
     name = config["model"]["name"]
     write_weights(folder / f"{name}.bin", entries)
     temporary = folder / f"{name}.ctl.tmp"
-    temporary.write_text(control_text(config))
+    digest = hashlib.sha256((folder / f"{name}.bin").read_bytes()).hexdigest()
+    temporary.write_text(control_text(config, digest))
     os.replace(temporary, folder / f"{name}.ctl")
     return folder / f"{name}.bin"

@@ -3,6 +3,7 @@
 import numpy as np
 import pytest
 
+from evaluation.judges import word_errors
 from training import measures
 
 RATE = 16000
@@ -70,3 +71,26 @@ def test_intelligibility_and_quality_fall_with_noise():
             assert measure(clean, clean, rate) > measure(slightly, clean, rate)
             assert measure(slightly, clean, rate) > measure(heavily, clean, rate)
     assert measures.stoi(clean, clean, rate) == pytest.approx(1.0, abs=1e-6)
+
+
+def test_band_gains_are_those_of_speech_alone():
+    clean = noise(3.0, 9)
+    low = np.fft.irfft(np.where(np.fft.rfftfreq(len(clean), 1 / RATE) < 2000.0, 1.0, 0.25) * np.fft.rfft(clean))
+    gains = measures.band_gains(low + 0.3 * noise(3.0, 10), clean, RATE)
+    assert gains == pytest.approx({"from_0": 0.0, "from_1000": 0.0, "from_2000": -12.0, "from_4000": -12.0}, abs=0.5)
+    assert np.isnan(measures.band_gains(low, np.zeros_like(low), RATE)["from_0"])
+
+
+@pytest.mark.parametrize(
+    "words, reference, errors",
+    [
+        ("", "", 0),
+        ("a b c", "a b c", 0),
+        ("a c", "a b c", 1),
+        ("a x c d", "a b c", 2),
+        ("", "a b", 2),
+        ("b a", "a b", 2),
+    ],
+)
+def test_word_errors_count_insertions_deletions_and_replacements(words, reference, errors):
+    assert word_errors(words.split(), reference.split()) == errors

@@ -2,8 +2,10 @@
 
 import hashlib
 import os
+import signal
 import subprocess
 import sys
+import time
 
 import numpy as np
 import pytest
@@ -63,7 +65,7 @@ def test_peers_refuses_missing_data(library_path):
 
 def test_peers_measure_each_system_in_a_process_of_its_own(library_path):
     clean = vowels(16000, 3.0).astype(np.float32)  # more than a pipe holds
-    pairs = [Pair("000", 16000, clean, clean)]
+    pairs = [Pair("000", 16000, clean, clean, clean)]
     where, core = (library_path, ROOT / "models"), min(os.sched_getaffinity(0))
     result = peers.round_robin("cleaner", ["orvel-16k-tiny"], pairs, core, where)["orvel-16k-tiny"]
     assert result["outputs"][0].shape == clean.shape and result["latency"] == pytest.approx(41.0)
@@ -72,16 +74,38 @@ def test_peers_measure_each_system_in_a_process_of_its_own(library_path):
         peers.round_robin("detector", ["nowhere"], pairs, core, where)
 
 
-def test_a_small_run_writes_beside_the_docs(tmp_path, files, capfd):
-    pairs = tmp_path / "given"
-    pairs.mkdir()
+@pytest.fixture
+def pairs(tmp_path, files):
+    """Options for a run in one process on one pair."""
+    folder = tmp_path / "given"
+    folder.mkdir()
     clean = vowels(16000, 3.0)
     noisy = clean + 0.01 * np.random.default_rng(1).standard_normal(len(clean))
     for name, wave in (("clean", clean), ("noisy", noisy)):
-        soundfile.write(pairs / f"000_{name}.wav", wave, 16000)
+        soundfile.write(folder / f"000_{name}.wav", wave, 16000)
+    return [*files, "--pairs", str(folder), "--jobs", "1"]
+
+
+def test_a_killed_run_leaves_no_process(pairs):
+    long = [sys.executable, "-m", "evaluation", *pairs, "--only", "pictures", "stream", "--long", "60"]
+    run = subprocess.Popen(long, cwd=ROOT, stdout=subprocess.PIPE, text=True, process_group=0)
+    while "tasks," not in run.stdout.readline():  # said when the first task is done: the process is at work
+        assert run.poll() is None
+    run.kill()
+    run.wait()
+    for _ in range(100):
+        try:
+            os.killpg(run.pid, 0)
+        except ProcessLookupError:
+            return
+        time.sleep(0.1)
+    os.killpg(run.pid, signal.SIGKILL)
+    pytest.fail("processes of the run go on")
+
+
+def test_a_small_run_writes_beside_the_docs(tmp_path, files, pairs, capfd):
     before = digests()
-    options = ["--pairs", str(pairs), "--only", "pictures", "--jobs", "1"]
-    __main__.main([*files, *options])
+    __main__.main([*pairs, "--only", "pictures"])
     assert digests() == before
     lines = capfd.readouterr().out.splitlines()
     assert lines[0] == "1 tasks in 1 processes" and lines[-1] == f"wrote {tmp_path / 'quality.md'}"
@@ -93,25 +117,10 @@ def test_a_small_run_writes_beside_the_docs(tmp_path, files, capfd):
 
 def test_tables_give_what_was_measured():
     def rows(system, pesq, rate, weight, cut=0.1):
-        values = {
-            "pesq": pesq,
-            "stoi": 0.5,
-            "estoi": 0.5,
-            "si_sdr": 1.0,
-            "ovrl": 2.0,
-            "cut": cut,
-            "pause": float("nan"),
-        }
+        values = {"pesq": pesq, "stoi": 0.5, "estoi": 0.5, "si_sdr": 1.0, "ovrl": 2.0, "cut": cut}
         info = {"snr_db": 5.0, "reverberant": False}
-        return {
-            "system": system,
-            "pair": "000",
-            "rate": rate,
-            "info": info,
-            "seconds": 2.0,
-            "cpu_seconds": weight,
-            "values": values,
-        }
+        row = {"system": system, "pair": "000", "rate": rate, "info": info, "seconds": 2.0, "cpu_seconds": weight}
+        return row | {"values": values | {"pause": float("nan")}}
 
     model = {"kind": "cleaner", "frame_length": 480, "hop": 240, "latency": 496, "weights": 5}
     results = {
@@ -129,8 +138,8 @@ def test_tables_give_what_was_measured():
         ],
     }
     text = report.text(results)
-    assert "| new | 2.50 | 0.500 | 0.500 | 1.0 | 2.00 | 10.0 | – | 0.0100 | 1.00 | 41 |" in text
-    assert "| new | +0.50 | +0.000 | +0.000 | +0.0 | +0.00 | +15.0 | 2.0 |" in text
+    assert "| new | 2.50 | 0.500 | 0.500 | 1.0 | 10.0 | – | 2.00 | – | 0.0100 | 1.00 | 41 |" in text
+    assert "| new | +0.50 | +0.000 | +0.000 | +0.0 | – | +0.00 | +15.0 | 2.0 |" in text
     assert "| PESQ, new | 2.50 |" in text and "| PESQ, old |" not in text
     older = text.split("older versions on 1 of these pairs")[1]
     assert "| old | 2.25 |" in older and "| 0.0050 | 0.50 | 41 |" in older

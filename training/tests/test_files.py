@@ -8,7 +8,7 @@ from training import InputError
 from training.card import card_text
 from training.configuration import check, load_config
 from training.corpus import list_files, load_corpus
-from training.measures import cut_share, lag_of, si_sdr, steady_lines
+from training.measures import steady_lines
 from training.sources import UNKNOWN, describe_sources, read_sources
 from training.weights_file import read_weights
 
@@ -86,7 +86,8 @@ def test_a_card_never_claims_the_shipped_sources_for_another_model(tmp_path):
 
 
 def test_only_the_named_split_is_read(tmp_path):
-    soundfile = pytest.importorskip("soundfile")
+    import soundfile
+
     rows = []
     for k, split in enumerate(["train"] * 4 + ["valid", "valid2"]):
         for kind in ("speech", "noise"):
@@ -113,17 +114,12 @@ def test_only_the_named_split_is_read(tmp_path):
     assert splits >= {("speech", "train"), ("speech", "valid"), ("noise", "train"), ("noise", "valid")}
 
 
-def test_measures_of_waves_whose_answer_is_known(speechlike):
+def test_a_steady_tone_of_the_outputs_own_is_a_line(speechlike):
     rate = 16000
     speech = speechlike(rate, 6.0) / 32768.0 * (np.arange(6 * rate) % rate < 0.6 * rate)
     noise = np.random.default_rng(1).normal(0.0, 1.0, len(speech))
-    noise -= np.dot(noise, speech) / np.dot(speech, speech) * speech
     noise *= np.linalg.norm(speech) / np.linalg.norm(noise)
-    assert si_sdr(0.5 * speech + 0.05 * noise, speech) == pytest.approx(20.0, abs=0.01)
-    halved = speech * np.where(np.arange(len(speech)) < len(speech) // 2, 1.0, 0.2)
-    assert cut_share(speech, speech, rate) == 0.0 and 0.1 < cut_share(halved, speech, rate) < 0.6
-    assert lag_of(np.r_[np.zeros(137), speech][: len(speech)], speech, 400) == 137
-    # A faint tone of the output's own is a line; one that the input holds as well is not.
+    # One that the input holds as well is not.
     noisy = speech + 0.02 * noise
     tone = 1e-3 * np.sin(2 * np.pi * 1437.5 * np.arange(len(speech)) / rate)
     quiet = speech + 0.002 * noise
