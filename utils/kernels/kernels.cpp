@@ -185,11 +185,12 @@ template <std::size_t kMost>
 void multiplyAddUnits(const Block (&blocks)[kMost], const float* panel, std::size_t stride,
                       std::size_t width, std::size_t inputs, const float* x, std::size_t xStride,
                       float* y, std::size_t yStride) {
-  for (std::size_t at = 0; at + kUnit <= width;) {
-    const std::size_t left = (width - at) / kUnit;
+  for (std::size_t left = width / kUnit; left > 0;) {
     const std::size_t units = left < kMost ? left : kMost;
-    blocks[units - 1](panel + at, stride, inputs, x, xStride, y + at, yStride);
-    at += units * kUnit;
+    blocks[units - 1](panel, stride, inputs, x, xStride, y, yStride);
+    panel += units * kUnit;
+    y += units * kUnit;
+    left -= units;
   }
 }
 
