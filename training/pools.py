@@ -109,7 +109,8 @@ class Workers:
         if "room_fade" in training:
             arguments += ["--room-fade", *training["room_fade"]]
         self._logs = [pool.folder / f"worker{k}.log" for k in range(count)]
-        self._processes = []
+        self._processes: list[subprocess.Popen] = []
+        self._told: set[str] = set()
         for k, log in enumerate(self._logs):
             turn = ["--worker", k, "--workers", count, "--parent", os.getpid()]
             command = [sys.executable, "-m", "training.pools", *map(str, [*arguments, *turn])]
@@ -134,9 +135,14 @@ class Workers:
                 how = f"signal {-status}" if status < 0 else f"status {status}"
                 raise WorkerDied(f"a pool worker ended with {how}: {words[-1] if words else 'no message'} (log: {log})")
 
-    def words(self) -> list[str]:
-        """What the workers have said so far, such as files that they skipped."""
-        return [line for log in self._logs for line in log.read_text(errors="replace").splitlines()]
+    def new_words(self) -> list[str]:
+        """What workers have said and no earlier call has returned, such as a file skipped by several of them."""
+        texts = [log.read_text(errors="replace") for log in self._logs]
+        # The last line may still be being written.
+        lines = [line for text in texts for line in text[: text.rfind("\n") + 1].splitlines()]
+        new = [line for line in dict.fromkeys(lines) if line not in self._told]
+        self._told.update(new)
+        return new
 
 
 def main(arguments: list[str] | None = None) -> None:

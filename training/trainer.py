@@ -125,6 +125,7 @@ class Trainer:
             curve = checkpoint.Curve(self.work / "curve.csv", CURVE_COLUMNS, state["update"])
             while state["update"] < self.last:
                 row = self._train_to_checkpoint(state, workers)
+                self._tell(workers)
                 checkpoint.save(self.work / "checkpoint.pkl", state)
                 curve.add(row)
                 self.progress.say(str(row))
@@ -147,17 +148,19 @@ class Trainer:
 
     def _wait_for_pool(self, workers: Workers) -> None:
         wanted = min(FIRST_SEGMENTS, len(self.pool.speech))
-        said = 0
         while min(self.pool.filled()) < wanted:
             workers.check()
             if not self.settings.workers:
                 raise InputError(f"{self.pool.folder}: an empty pool, and no worker to fill it")
-            for text in workers.words()[said:]:
-                self.progress.say(text)
-                said += 1
+            self._tell(workers)
             if self.progress.due():
                 self.progress.say(f"training segments: {min(self.pool.filled())} of {wanted} to begin with")
             time.sleep(0.2)
+        self._tell(workers)
+
+    def _tell(self, workers: Workers) -> None:
+        for text in workers.new_words():
+            self.progress.say(text)
 
     def _start(self) -> dict:
         """The last checkpoint, or the start of the run."""
