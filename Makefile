@@ -18,7 +18,7 @@ ARGS ?=
 export WERROR
 PYTHON := .venv/bin/python
 
-.PHONY: help setup build free demo test test-all bench bench-peers soak memcheck fuzz mutants torture evaluate \
+.PHONY: help setup build free demo test test-all bench bench-server bench-peers soak memcheck fuzz mutants torture evaluate \
         train format format-check lint install clean
 
 help: ## Show this list
@@ -50,6 +50,9 @@ test-all: ## The same, the tests of the free build, and under the address, undef
 
 bench: ## Measure the stages and whole sessions (ARGS=--help)
 	@bench/run $(ARGS)
+
+bench-server: ## Measure how many streams a core serves in time (ARGS=--write; ARGS=60 for a look)
+	@bench/run --server $(ARGS)
 
 soak: ## Send a day of audio through 50 sessions that open and close (ARGS=--help)
 	@scripts/soak $(ARGS)

@@ -198,6 +198,80 @@ def scale(results):
     )
 
 
+def streams(results):
+    """Streams per core over the size of the batch, drawn as bars, for each arithmetic that was measured."""
+    builds = {"MKL": "streams", "Portable": "streams_portable"}
+    return "\n\n".join(
+        f"{name} arithmetic:\n\n" + streams_of(results[source][0])
+        for name, source in builds.items()
+        if source in results
+    )
+
+
+def streams_of(measured):
+    rows = measured["rows"]
+    per_core = {key: [1e9 / row[f"{key}_ns"] for row in rows] for key in ("together", "apart")}
+    cell = max(per_core["together"]) / 30
+    lines = []
+    for row, together, apart in zip(rows, per_core["together"], per_core["apart"], strict=True):
+        lines.append(
+            [
+                row["batch"] or "one by one",
+                f"{row['together_ns'] / 1e6:.2f}",
+                f"{together:.0f}",
+                f"{together / per_core['together'][0]:.2f}",
+                f"{row['apart_ns'] / 1e6:.2f}",
+                f"{apart:.0f}",
+                f"{apart / per_core['apart'][0]:.2f}",
+                "█" * max(1, round(together / cell)),
+            ]
+        )
+    header = ["sessions in a batch"]
+    for hops in ("hops together", "hops apart"):
+        header += [f"{hops}: ms per second of a stream", "streams per core", "× one by one"]
+    return table([*header, "streams per core, hops together"], lines) + (
+        f"\n\n{measured['model']} at {measured['rate']} Hz. {measured['weights'] / 1e6:.2f} million weights × 2 flop at"
+        f" {measured['peak_gflops']:.1f} Gflop/s, the processor's peak in the same run:"
+        f" {measured['bound_ns'] / 1e6:.2f} ms per second of a stream."
+    )
+
+
+def server(results):
+    target = 100_000
+    rows = []
+    for r in results["server"]:
+        rows.append(
+            [
+                r["mix"],
+                r["batch"],
+                r["held"],
+                f"{r['worst_ms']:.2f}",
+                f"{r['late_ticks']} of {r['ticks']}",
+                -(-target // r["held"]) if r["held"] else "none",
+                r["offered"],
+                r["shed"],
+                r["late_while_shedding"],
+                r["late_after_shedding"],
+            ]
+        )
+    seconds = results["server"][0]["seconds"]
+    return table(
+        [
+            "streams",
+            "in a batch",
+            "held by one core",
+            f"worst time in {seconds:g} s, ms",
+            "late ticks",
+            f"cores for {target:,}",
+            "offered",
+            "shed",
+            "late ticks while shedding",
+            "late ticks afterwards",
+        ],
+        rows,
+    )
+
+
 def soak(results):
     r = results["soak"]
     rows = [
@@ -242,6 +316,8 @@ TABLES = {
     "sessions": ("sessions", sessions),
     "frames": ("frame_times", frames),
     "scale": ("scale", scale),
+    "streams": ("streams", streams),
+    "server": ("server", server),
     "arithmetic": ("arithmetic", arithmetic),
     "soak": ("soak", soak),
 }

@@ -57,15 +57,11 @@ std::vector<BenchModel> loadAll(orvel::Library& library) {
   return models;
 }
 
-orvel::Library& library() {
-  static orvel::Library library;
-  return library;
-}
-
 std::variant<orvel::Cleaner, orvel::Detector> open(const BenchModel& model, int inRate,
                                                    int outRate) {
-  if (model.voice()) return orvel::Detector(library(), {.rate = inRate, .model = model.info.name});
-  return orvel::Cleaner(library(),
+  if (model.voice())
+    return orvel::Detector(benchLibrary(), {.rate = inRate, .model = model.info.name});
+  return orvel::Cleaner(benchLibrary(),
                         {.inputRate = inRate, .outputRate = outRate, .model = model.info.name});
 }
 
@@ -76,8 +72,13 @@ std::variant<orvel::Cleaner, orvel::Detector> open(const BenchModel& model, int 
 
 }  // namespace
 
+orvel::Library& benchLibrary() {
+  static orvel::Library library;
+  return library;
+}
+
 const std::vector<BenchModel>& allModels() {
-  static const std::vector<BenchModel> models = loadAll(library());
+  static const std::vector<BenchModel> models = loadAll(benchLibrary());
   return models;
 }
 

@@ -25,6 +25,9 @@ struct BenchModel {
   double hopsPerSecond() const { return info.sampleRate / static_cast<double>(info.hop); }
 };
 
+// With every model that there is.
+orvel::Library& benchLibrary();
+
 // Loads every model there is, once per process.
 const std::vector<BenchModel>& allModels();
 

@@ -38,6 +38,7 @@ set(ORVEL_SOURCES
   noise_canceller/vad_cleaner_v0_0_1.cpp
   noise_canceller/vad_features.cpp
   noise_canceller/weight_parameters.cpp
+  orv-sdk/batch.cpp
   orv-sdk/context.cpp
   orv-sdk/exports.cpp
   ${ORVEL_RESAMPLER_SOURCES}

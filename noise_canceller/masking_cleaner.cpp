@@ -139,11 +139,15 @@ MaskingCleaner::MaskingCleaner(const WEIGHTS::Model& model, Stages stages, int s
   requireSize("the network's output", mask_.size(), "the mask's length", stages_.features.size());
 }
 
-int MaskingCleaner::transform(std::vector<float>& samples) {
+void MaskingCleaner::begin(const std::vector<float>& samples) {
   skipping_ = stages_.skipsSilence && isDigitalSilence(samples);
-  const bool succeeded =
-      overlapAdd_.process(samples, [this](const float* frame) { return processHop(frame); });
-  return succeeded ? 1 : -1;
+  succeeded_ = true;
+  overlapAdd_.append(samples);
+}
+
+int MaskingCleaner::deliver(std::vector<float>& samples) {
+  overlapAdd_.deliver(samples);
+  return succeeded_ ? 1 : -1;
 }
 
 void MaskingCleaner::reset() {
@@ -157,31 +161,48 @@ void MaskingCleaner::reset() {
   stages_.gains.reset();
 }
 
-void MaskingCleaner::estimateMask(const float* frame) {
+bool MaskingCleaner::analyse(const float* frame) {
+  UTILS::multiply(frame, stages_.analysisWindow->data(), windowed_.data(), windowed_.size());
+  stages_.gains.measure(windowed_.data());
+  if (!stages_.fft->forward(windowed_, spectrum_)) {
+    return false;
+  }
   stages_.features.compute(frame, spectrum_, stages_.input.nextFrame());
+  return true;
+}
+
+std::optional<Network::Task> MaskingCleaner::prepareHop() {
+  const float* frame = overlapAdd_.frame();
+  if (frame == nullptr) {
+    return std::nullopt;
+  }
+  analysed_ = analyse(frame);
+  if (!analysed_) {
+    return Network::Task{};
+  }
   const float* average =
       stages_.noiseAverage.has_value() ? stages_.noiseAverage->values() : nullptr;
   const float* input = stages_.input.normalised(average);
   if (skipping_) {
     std::fill(mask_.begin(), mask_.end(), 1.0F);
-  } else {
-    stages_.network.evaluate(input, mask_.data());
+    return Network::Task{};
   }
+  return Network::Task{&stages_.network, input, mask_.data()};
+}
+
+void MaskingCleaner::finishHop() {
+  const float* output = analysed_ ? synthesise(overlapAdd_.frame()) : nullptr;
+  succeeded_ = succeeded_ && output != nullptr;
+  overlapAdd_.addFrame(output);
+}
+
+// From the mask to the output frame; null when a transform fails.
+const float* MaskingCleaner::synthesise(const float* frame) {
   if (stages_.expansion != nullptr) {
     stages_.expansion->expand(mask_.data(), stages_.gains.band());
   } else {
     std::copy(mask_.begin(), mask_.end(), stages_.gains.band());
   }
-}
-
-const float* MaskingCleaner::processHop(const float* frame) {
-  const std::size_t length = windowed_.size();
-  UTILS::multiply(frame, stages_.analysisWindow->data(), windowed_.data(), length);
-  stages_.gains.measure(windowed_.data());
-  if (!stages_.fft->forward(windowed_, spectrum_)) {
-    return nullptr;
-  }
-  estimateMask(frame);
   const std::vector<float>& gains = stages_.gains.shape();
   if (stages_.noiseAverage.has_value()) {
     stages_.noiseAverage->update(spectrum_, gains);
@@ -189,7 +210,7 @@ const float* MaskingCleaner::processHop(const float* frame) {
   if (!stages_.masksUnwindowedFrame) {
     return stages_.synthesis.synthesise(spectrum_, gains);
   }
-  if (!stages_.fft->forward(frame, length, unwindowedSpectrum_.data(),
+  if (!stages_.fft->forward(frame, windowed_.size(), unwindowedSpectrum_.data(),
                             unwindowedSpectrum_.size())) {
     return nullptr;
   }

@@ -28,12 +28,15 @@ class MaskingCleaner final : public NoiseCleaner {
    */
   MaskingCleaner(const WEIGHTS::Model& model, const CleanerTraits& version, int sessionFrameMs);
 
+  void begin(const std::vector<float>& samples) override;
+  std::optional<Network::Task> prepareHop() override;
+  void finishHop() override;
   void reset() override;
   std::size_t delay() const override { return overlapAdd_.delay(); }
   void setGainFloor(float gain) override { stages_.synthesis.setGainFloor(gain); }
 
  private:
-  int transform(std::vector<float>& samples) override;
+  int deliver(std::vector<float>& samples) override;
   bool isFinite() const override { return stages_.network.isFinite(); }
 
   struct Stages {
@@ -58,8 +61,8 @@ class MaskingCleaner final : public NoiseCleaner {
   MaskingCleaner(const WEIGHTS::Model& model, Stages stages, int sessionFrameMs);
   static Stages makeStages(const WEIGHTS::Model& model, const CleanerTraits& version);
 
-  const float* processHop(const float* frame);
-  void estimateMask(const float* frame);
+  bool analyse(const float* frame);
+  const float* synthesise(const float* frame);
 
   Stages stages_;
   OverlapAdd overlapAdd_;
@@ -69,6 +72,10 @@ class MaskingCleaner final : public NoiseCleaner {
   std::vector<float> mask_;
   /** Whether the samples of the current call are digital silence that is skipped. */
   bool skipping_ = false;
+  /** Whether the current hop could be transformed. */
+  bool analysed_ = false;
+  /** Whether every hop of the current call could be. */
+  bool succeeded_ = true;
 };
 
 }  // namespace ORVEL::NOISE_CANCELLER

@@ -1,6 +1,7 @@
 #include "noise_canceller/network.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "utils/arithmetic.h"
@@ -54,32 +55,60 @@ void Network::updateState(const float* y, float* gate) {
   }
 }
 
+// What the first layer reads.
+const float* Network::firstInput(const float* input) {
+  if (stateAndInput_.empty()) {
+    return input;
+  }
+  std::copy_n(input, weights_->inputs,
+              stateAndInput_.begin() + static_cast<std::ptrdiff_t>(weights_->stateLength));
+  return stateAndInput_.data();
+}
+
+// From a hidden layer's branches to its output, which the next layer reads.
+const float* Network::finishHidden(std::size_t i) {
+  const NetworkWeights::Layer& layer = weights_->layers[i];
+  const std::size_t gateLength = i == 0 ? weights_->gateLength : 0;
+  const std::size_t width = (layer.bank.outputs() - gateLength) / 2;
+  addRectified(branches_.data(), branches_.data() + width, hidden_.data(), width);
+  if (!layer.multiplier.empty()) {
+    UTILS::multiply(hidden_.data(), layer.multiplier.data(), hidden_.data(), width);
+    UTILS::subtract(hidden_.data(), layer.reducer.data(), hidden_.data(), width);
+  }
+  if (gateLength > 0) {
+    updateState(hidden_.data(), branches_.data() + 2 * width);
+  }
+  return hidden_.data();
+}
+
 void Network::evaluate(const float* input, float* output) {
-  const float* x = input;
-  if (!stateAndInput_.empty()) {
-    std::copy_n(input, weights_->inputs,
-                stateAndInput_.begin() + static_cast<std::ptrdiff_t>(weights_->stateLength));
-    x = stateAndInput_.data();
+  const Task task{this, input, output};
+  evaluate(std::span(&task, 1));
+}
+
+void Network::evaluate(std::span<const Task> tasks) {
+  const NetworkWeights& weights = *tasks.front().weights();
+  std::array<const float*, kMostTogether> x;
+  std::array<float*, kMostTogether> y;
+  for (std::size_t t = 0; t < tasks.size(); ++t) {
+    x[t] = tasks[t].network->firstInput(tasks[t].input);
+    y[t] = tasks[t].network->branches_.data();
   }
-  const std::size_t hiddenLayers = weights_->layers.size() - 1;
-  for (std::size_t i = 0; i < hiddenLayers; ++i) {
-    const NetworkWeights::Layer& layer = weights_->layers[i];
-    const std::size_t gateLength = i == 0 ? weights_->gateLength : 0;
-    const std::size_t width = (layer.bank.outputs() - gateLength) / 2;
-    layer.bank.apply(x, branches_.data());
-    addRectified(branches_.data(), branches_.data() + width, hidden_.data(), width);
-    if (!layer.multiplier.empty()) {
-      UTILS::multiply(hidden_.data(), layer.multiplier.data(), hidden_.data(), width);
-      UTILS::subtract(hidden_.data(), layer.reducer.data(), hidden_.data(), width);
+  for (std::size_t i = 0; i + 1 < weights.layers.size(); ++i) {
+    weights.layers[i].bank.apply(tasks.size(), x.data(), y.data());
+    for (std::size_t t = 0; t < tasks.size(); ++t) {
+      x[t] = tasks[t].network->finishHidden(i);
     }
-    if (gateLength > 0) {
-      updateState(hidden_.data(), branches_.data() + 2 * width);
-    }
-    x = hidden_.data();
   }
-  weights_->layers.back().bank.apply(x, output);
-  if (weights_->output == NetworkWeights::Output::kSigmoid) {
-    UTILS::logistic(output, output, outputs());
+  for (std::size_t t = 0; t < tasks.size(); ++t) {
+    y[t] = tasks[t].output;
+  }
+  const AffineBank& last = weights.layers.back().bank;
+  last.apply(tasks.size(), x.data(), y.data());
+  if (weights.output == NetworkWeights::Output::kSigmoid) {
+    for (const Task& task : tasks) {
+      UTILS::logistic(task.output, task.output, last.outputs());
+    }
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "noise_canceller/network_weights.h"
@@ -23,6 +24,25 @@ class Network {
   /** Reads inputs() values and writes outputs() values. */
   void evaluate(const float* input, float* output);
 
+  /** A network with what it reads and writes in one hop. */
+  struct Task {
+    /** Null: nothing to evaluate. */
+    Network* network = nullptr;
+    const float* input = nullptr;
+    float* output = nullptr;
+    /** Null without a network. Those of the same weights can be evaluated together. */
+    const NetworkWeights* weights() const {
+      return network != nullptr ? network->weights_.get() : nullptr;
+    }
+  };
+  static constexpr std::size_t kMostTogether = 64;
+
+  /**
+   * Evaluates up to kMostTogether different networks of the same weights with one product a layer. The
+   * outputs agree with those one by one within rounding.
+   */
+  static void evaluate(std::span<const Task> tasks);
+
   /** Whether the state holds nothing infinite and no NaN. */
   bool isFinite() const;
 
@@ -30,6 +50,8 @@ class Network {
   void reset();
 
  private:
+  const float* firstInput(const float* input);
+  const float* finishHidden(std::size_t layer);
   void updateState(const float* y, float* gate);
 
   std::shared_ptr<const NetworkWeights> weights_;

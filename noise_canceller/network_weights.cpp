@@ -175,6 +175,17 @@ void AffineBank::apply(const float* x, float* y) const {
   matrix_.multiplyAdd(x, y);
 }
 
+void AffineBank::apply(std::size_t count, const float* const* x, float* const* y) const {
+  if (count == 1) {
+    apply(*x, *y);
+    return;
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    std::copy(bias_.begin(), bias_.end(), y[i]);
+  }
+  matrix_.multiplyAdd(count, x, y);
+}
+
 std::shared_ptr<const NetworkWeights> NetworkWeights::feedForward(const WEIGHTS::Weight& weight,
                                                                   std::size_t inputs,
                                                                   std::size_t outputs,

@@ -33,6 +33,8 @@ class AffineBank {
 
   /** y (outputs() values, one part after the other) = biases + matrices^T x (inputs() values). */
   void apply(const float* x, float* y) const;
+  /** The same for `count` vectors, each where it lies. */
+  void apply(std::size_t count, const float* const* x, float* const* y) const;
 
  private:
   std::vector<float> bias_;

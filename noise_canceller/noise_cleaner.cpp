@@ -58,8 +58,17 @@ WEIGHTS::ModelEntry chooseByRate(const WEIGHTS::ModelStore& store, std::uint32_t
 
 NoiseCleaner::~NoiseCleaner() = default;
 
-int NoiseCleaner::process(std::vector<float>& samples) {
-  const int status = transform(samples);
+void NoiseCleaner::processHops() {
+  while (const std::optional<Network::Task> hop = prepareHop()) {
+    if (hop->network != nullptr) {
+      hop->network->evaluate(hop->input, hop->output);
+    }
+    finishHop();
+  }
+}
+
+int NoiseCleaner::end(std::vector<float>& samples) {
+  const int status = deliver(samples);
   count(calls_);
   if (status < 0) {
     count(failures_);

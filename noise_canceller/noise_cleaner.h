@@ -4,10 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
 #include "noise_canceller/cleaner_versions.h"
+#include "noise_canceller/network.h"
 #include "utils/non_copyable.h"
 #include "weights/model_store.h"
 
@@ -32,7 +34,27 @@ class NoiseCleaner : public UTILS::NonCopyMovable {
    *
    * @return 1, or -1 when a frame could not be processed.
    */
-  int process(std::vector<float>& samples);
+  int process(std::vector<float>& samples) {
+    begin(samples);
+    processHops();
+    return end(samples);
+  }
+
+  // The parts of `process`, for cleaners whose hops are processed together: begin, then prepareHop and
+  // finishHop until no hop is due, then end.
+
+  /** Takes the new samples. */
+  virtual void begin(const std::vector<float>& samples) = 0;
+
+  /** Computes the next hop as far as its network, which is to be evaluated; nothing when none is due. */
+  virtual std::optional<Network::Task> prepareHop() = 0;
+  virtual void finishHop() = 0;
+
+  /** All hops that are due, by themselves. */
+  void processHops();
+
+  /** Replaces the samples by the output; gives what `process` gives. */
+  int end(std::vector<float>& samples);
 
   /** Counted since construction; read from any thread. */
   struct Counts {
@@ -57,8 +79,8 @@ class NoiseCleaner : public UTILS::NonCopyMovable {
   const WEIGHTS::Weight& weight() const { return *weight_; }
 
  protected:
-  /** What `process` gives. */
-  virtual int transform(std::vector<float>& samples) = 0;
+  /** What `end` gives. */
+  virtual int deliver(std::vector<float>& samples) = 0;
 
   /** False when the state that is carried to the next call holds an infinite number or NaN. */
   virtual bool isFinite() const = 0;

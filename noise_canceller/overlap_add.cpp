@@ -44,11 +44,16 @@ void OverlapAdd::reset() {
   input_.appendZeros(step_);
 }
 
-void OverlapAdd::addFrame(const float* frame) {
+void OverlapAdd::addFrame(const float* output) {
+  input_.advance(step_);
+  output_.appendZeros(step_);
+  if (output == nullptr) {
+    return;
+  }
   const std::size_t length = 2 * step_;
   float* accumulated = output_.data() + output_.size() - length;
   for (std::size_t i = 0; i < length; ++i) {
-    accumulated[i] += frame[i];
+    accumulated[i] += output[i];
   }
 }
 

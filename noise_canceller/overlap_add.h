@@ -28,34 +28,20 @@ class OverlapAdd {
   /** Forgets the stream so far; the delay starts anew. */
   void reset();
 
-  /**
-   * Replaces the new samples by the output of this call. `hop` maps a pointer to a frame's samples to
-   * a pointer to its output frame, or to a null pointer when it fails.
-   *
-   * @return false when a hop failed; its frame is silent then.
-   */
-  template <class Hop>
-  bool process(std::vector<float>& samples, Hop hop) {
-    bool succeeded = true;
-    input_.append(samples.data(), samples.size());
-    while (input_.size() >= 2 * step_) {
-      const float* frame = hop(input_.data());
-      input_.advance(step_);
-      output_.appendZeros(step_);
-      if (frame != nullptr) {
-        addFrame(frame);
-      } else {
-        succeeded = false;
-      }
-    }
-    deliver(samples);
-    return succeeded;
-  }
+  // A call: its samples, every frame that they complete with its output, and the output of the call.
 
- private:
-  void addFrame(const float* frame);
+  void append(const std::vector<float>& samples) { input_.append(samples.data(), samples.size()); }
+
+  /** The next frame; null when more samples are needed. */
+  const float* frame() const { return input_.size() >= 2 * step_ ? input_.data() : nullptr; }
+
+  /** Takes the output of the frame, null for silence, and goes on to the next one. */
+  void addFrame(const float* output);
+
+  /** Replaces the samples by the output of the call. */
   void deliver(std::vector<float>& samples);
 
+ private:
   std::size_t step_;
   std::size_t delay_;
   std::size_t outputCount_;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <utility>
 
 #include "noise_canceller/tuning_values.h"
 #include "utils/arithmetic.h"
@@ -159,28 +160,36 @@ void VadCleaner_v0_0_1::appendNormalised(const std::array<float, kVadFeatures>& 
   }
 }
 
-bool VadCleaner_v0_0_1::evaluateHop() {
+void VadCleaner_v0_0_1::begin(const std::vector<float>& samples) {
+  shiftIn(samples, gain_.update(samples.data(), samples.size()));
+  due_ = true;
+}
+
+std::optional<Network::Task> VadCleaner_v0_0_1::prepareHop() {
+  if (!std::exchange(due_, false)) {
+    return std::nullopt;
+  }
   UTILS::multiply(buffer_.data(), window_->data(), windowed_.data(), kFrameLength);
-  if (!fft_->forward(windowed_, spectrum_)) {
-    return false;
+  analysed_ = fft_->forward(windowed_, spectrum_);
+  if (!analysed_) {
+    return Network::Task{};
   }
   std::array<float, kVadFeatures> features{};
   computeVadFeatures(spectrum_, features);
   history_.advance(kVadFeatures);
   appendNormalised(features);
-  network_.evaluate(history_.data(), output_.data());
-  if (stateReset_.has_value() && stateReset_->update(output_.front())) {
-    network_.reset();
-  }
-  return true;
+  return Network::Task{&network_, history_.data(), output_.data()};
 }
 
-int VadCleaner_v0_0_1::transform(std::vector<float>& samples) {
-  const float gain = gain_.update(samples.data(), samples.size());
-  shiftIn(samples, gain);
-  const bool succeeded = evaluateHop();
-  samples.assign(1, succeeded ? calibration_.score(output_.front()) : 0.0F);
-  return succeeded ? 1 : -1;
+void VadCleaner_v0_0_1::finishHop() {
+  if (analysed_ && stateReset_.has_value() && stateReset_->update(output_.front())) {
+    network_.reset();
+  }
+}
+
+int VadCleaner_v0_0_1::deliver(std::vector<float>& samples) {
+  samples.assign(1, analysed_ ? calibration_.score(output_.front()) : 0.0F);
+  return analysed_ ? 1 : -1;
 }
 
 }  // namespace ORVEL::NOISE_CANCELLER

@@ -60,16 +60,17 @@ class VadCleaner_v0_0_1 final : public NoiseCleaner {
   /** @throws ORVEL_Exception when weights are missing or do not fit together. */
   VadCleaner_v0_0_1(const WEIGHTS::Model& model, const CleanerTraits& version, int sessionFrameMs);
 
+  void begin(const std::vector<float>& samples) override;
+  std::optional<Network::Task> prepareHop() override;
+  void finishHop() override;
   void reset() override;
 
  private:
-  /** Replaces the buffer by its score; gives 1. */
-  int transform(std::vector<float>& samples) override;
+  /** Replaces the buffer by its score. */
+  int deliver(std::vector<float>& samples) override;
   bool isFinite() const override { return network_.isFinite(); }
   void readStatistics(const WEIGHTS::Weight& weight);
   void shiftIn(const std::vector<float>& samples, float gain);
-  /** False when the transform fails; else the raw score is in output_. */
-  bool evaluateHop();
   void fillHistory();
   void appendNormalised(const std::array<float, kVadFeatures>& features);
 
@@ -85,7 +86,11 @@ class VadCleaner_v0_0_1 final : public NoiseCleaner {
   std::vector<float> windowed_;
   std::vector<std::complex<float>> spectrum_;
   UTILS::SlidingBuffer history_;
+  /** The raw score. */
   std::vector<float> output_;
+  /** Whether the call's one hop is still to come, and whether it could be transformed. */
+  bool due_ = false;
+  bool analysed_ = false;
 };
 
 }  // namespace ORVEL::NOISE_CANCELLER

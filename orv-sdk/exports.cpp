@@ -72,6 +72,14 @@ int refuseHandle(const OpenSession& open, SessionKind wanted) noexcept {
   return kWrongSession;
 }
 
+int refuseRepeated(const OpenSession& open) noexcept {
+  rememberRefusal(open.context, Refusal::kRepeated);
+  if (open.context == kGlobalInstance) {
+    UTILS::writeErrorLine({"The session is in the batch more than once\n"});
+  }
+  return kRejected;
+}
+
 // Says `text` and the frame's sizes for sessions of the global instance.
 static int refuseFrame(const OpenSession& open, Refusal refusal, const char* text) noexcept {
   const std::uint32_t input = open.session->inputSize();

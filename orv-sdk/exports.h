@@ -64,6 +64,9 @@ int guardedStatus(Body&& body) noexcept {
 /** Refuses a handle that leads to no session of the kind; says so for those of the global instance. */
 int refuseHandle(const OpenSession& open, SessionKind wanted) noexcept;
 
+/** Refuses a session that the batch has already. */
+int refuseRepeated(const OpenSession& open) noexcept;
+
 /** Runs the body with the open session of that kind; allocates and locks nothing of its own. */
 template <class Body>
 int withSession(void* handle, SessionKind kind, Body&& body) noexcept {

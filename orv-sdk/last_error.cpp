@@ -86,6 +86,10 @@ std::string textOf(const RememberedRefusal& refused) {
       return "the attenuation limit must be finite and not negative";
     case Refusal::kNullResult:
       return "the pointer for the result is null";
+    case Refusal::kNullArray:
+      return "an array of the batch is null";
+    case Refusal::kRepeated:
+      return "the session is in the batch more than once";
   }
   return "";
 }

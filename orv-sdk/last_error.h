@@ -19,6 +19,8 @@ enum class Refusal : std::uint32_t {
   kTransform,
   kLimit,
   kNullResult,
+  kNullArray,
+  kRepeated,
 };
 
 /**

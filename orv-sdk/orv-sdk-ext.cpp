@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "orv-sdk/batch.h"
 #include "orv-sdk/context.h"
 #include "orv-sdk/exports.h"
 
@@ -90,6 +91,20 @@ int Orv_VAD_ProcessInt16(void* session, const int16_t* input, uint32_t inputCoun
 
 int Orv_VAD_ProcessFloat(void* session, const float* input, uint32_t inputCount, float* score) {
   return scoreFrame(session, input, inputCount, score, kFloatMismatch);
+}
+
+int Orv_NC_CleanBatchInt16(uint32_t count, void* const* sessions, const int16_t* const* inputs,
+                           const uint32_t* inputCounts, int16_t* const* outputs,
+                           const uint32_t* outputCounts, int* statuses) {
+  return cleanBatch<int16_t>(
+      {count, sessions, inputs, inputCounts, outputs, outputCounts, statuses}, kInt16Mismatch);
+}
+
+int Orv_NC_CleanBatchFloat(uint32_t count, void* const* sessions, const float* const* inputs,
+                           const uint32_t* inputCounts, float* const* outputs,
+                           const uint32_t* outputCounts, int* statuses) {
+  return cleanBatch<float>({count, sessions, inputs, inputCounts, outputs, outputCounts, statuses},
+                           kFloatMismatch);
 }
 
 int Orv_NC_GetLatency(void* session, uint32_t* outputSamples) {

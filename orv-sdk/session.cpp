@@ -96,16 +96,28 @@ void OrvSessionT::convert(FrameResampler& resampler) {
   clampFrame(frame_);
 }
 
-// Leaves silence when the cleaner fails; the resamplers run all the same, so that the stream keeps its pace.
-bool OrvSessionT::cleanFrame() {
+template <class Sample>
+void OrvSessionT::begin(const Sample* input) {
+  toFrame(input, inputSize_, frame_);
   const UTILS::FloatingPointMode mode(UTILS::FloatingPointMode::Denormals::kZero);
   convert(*inputResampler_);
-  const bool succeeded = cleaner_->process(frame_) > 0;
-  convert(*outputResampler_);
+  cleaner_->begin(frame_);
+}
+
+// Silence when the cleaner fails; the resampler runs all the same, so that the stream keeps its pace.
+template <class Sample>
+FrameResult OrvSessionT::end(Sample* output) {
+  bool succeeded = false;
+  {
+    const UTILS::FloatingPointMode mode(UTILS::FloatingPointMode::Denormals::kZero);
+    succeeded = cleaner_->end(frame_) > 0;
+    convert(*outputResampler_);
+  }
   if (!succeeded) {
     std::fill(frame_.begin(), frame_.end(), 0.0F);
   }
-  return succeeded;
+  fromFrame(frame_, output, outputSize_);
+  return succeeded ? FrameResult::kDone : FrameResult::kFailed;
 }
 
 // Leaves the score as the frame's only value.
@@ -121,14 +133,15 @@ bool OrvSessionT::scoreFrame() {
 template <class Sample>
 FrameResult OrvSessionT::process(const Sample* input, std::uint32_t inputCount, Sample* output,
                                  std::uint32_t outputCount) {
-  if (inputCount != inputSize_ || outputCount != outputSize_ || input == nullptr ||
-      output == nullptr) {
+  if (!accepts(input, inputCount, output, outputCount)) {
     return FrameResult::kRefused;
   }
-  toFrame(input, inputCount, frame_);
-  const bool succeeded = cleanFrame();
-  fromFrame(frame_, output, outputSize_);
-  return succeeded ? FrameResult::kDone : FrameResult::kFailed;
+  begin(input);
+  {
+    const UTILS::FloatingPointMode mode(UTILS::FloatingPointMode::Denormals::kZero);
+    cleaner_->processHops();
+  }
+  return end(output);
 }
 
 template <class Sample>
@@ -145,6 +158,10 @@ FrameResult OrvSessionT::score(const Sample* input, std::uint32_t inputCount, fl
 template FrameResult OrvSessionT::process(const std::int16_t*, std::uint32_t, std::int16_t*,
                                           std::uint32_t);
 template FrameResult OrvSessionT::process(const float*, std::uint32_t, float*, std::uint32_t);
+template void OrvSessionT::begin(const std::int16_t*);
+template void OrvSessionT::begin(const float*);
+template FrameResult OrvSessionT::end(std::int16_t*);
+template FrameResult OrvSessionT::end(float*);
 template FrameResult OrvSessionT::score(const std::int16_t*, std::uint32_t, float*);
 template FrameResult OrvSessionT::score(const float*, std::uint32_t, float*);
 

@@ -63,6 +63,24 @@ class OrvSessionT : private UTILS::NonCopyMovable {
   FrameResult process(const Sample* input, std::uint32_t inputCount, Sample* output,
                       std::uint32_t outputCount);
 
+  // The parts of `process`, for sessions whose hops are processed together: begin with a frame that the
+  // session accepts, the hops of its cleaner, then end.
+
+  /** Whether counts and pointers are those of a frame. */
+  bool accepts(const void* input, std::uint32_t inputCount, const void* output,
+               std::uint32_t outputCount) const {
+    return inputCount == inputSize_ && outputCount == outputSize_ && input != nullptr &&
+           output != nullptr;
+  }
+  template <class Sample>
+  void begin(const Sample* input);
+  NOISE_CANCELLER::NoiseCleaner& cleaner() { return *cleaner_; }
+  template <class Sample>
+  FrameResult end(Sample* output);
+
+  /** False when that batch has the session already; batches have numbers above 0. */
+  bool joins(std::uint64_t batch) { return std::exchange(lastBatch_, batch) != batch; }
+
   /** One frame of a voice-activity session to its score. */
   template <class Sample>
   FrameResult score(const Sample* input, std::uint32_t inputCount, float* score);
@@ -83,7 +101,6 @@ class OrvSessionT : private UTILS::NonCopyMovable {
   void reset();
 
  private:
-  bool cleanFrame();
   bool scoreFrame();
   void convert(FrameResampler& resampler);
 
@@ -96,6 +113,7 @@ class OrvSessionT : private UTILS::NonCopyMovable {
   std::uint32_t modelRate_ = 0;
   std::uint32_t outputRate_ = 0;
   bool hasFailed_ = false;
+  std::uint64_t lastBatch_ = 0;
   std::vector<float> frame_;
   std::vector<float> converted_;
 };

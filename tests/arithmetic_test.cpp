@@ -125,7 +125,13 @@ TEST(Arithmetic, ProductsOfMatricesOfEveryShape) {
           const Floats x = random(count * xStride, 1.0F, 2);
           const Floats bias = random(count * yStride, 1.0F, 3);
           Floats y = bias;
-          matrix.multiplyAdd(count, x.data(), xStride, y.data(), yStride);
+          std::vector<const float*> vectors;
+          std::vector<float*> results;
+          for (std::size_t v = 0; v < count; ++v) {
+            vectors.push_back(&x[v * xStride]);
+            results.push_back(&y[v * yStride]);
+          }
+          matrix.multiplyAdd(count, vectors.data(), results.data());
           for (std::size_t v = 0; v < count; ++v) {
             Floats alone(&bias[v * yStride], &bias[v * yStride] + outputs);
             matrix.multiplyAdd(&x[v * xStride], alone.data());

@@ -169,17 +169,24 @@ AlignedCleaner::AlignedCleaner(const orvel::Library& library, const CleanerSetup
   }
 }
 
-void AlignedCleaner::push(std::span<const float> interleaved, std::vector<float>& output) {
+orvel::StreamCleaner::Block AlignedCleaner::push(std::span<const float> interleaved) {
   pushed_ += interleaved.size() / channels_;
+  if (!toSession_) {
+    return feed(interleaved);
+  }
+  converted_.clear();
+  toSession_->push(interleaved, converted_);
+  return feed(converted_);
+}
+
+void AlignedCleaner::collect(std::vector<float>& output) {
   const std::size_t before = output.size();
-  if (toSession_) {
-    converted_.clear();
+  if (fromSession_) {
     cleaned_.clear();
-    toSession_->push(interleaved, converted_);
-    feed(converted_, cleaned_);
+    deliver(block_, cleaned_);
     fromSession_->push(cleaned_, output);
   } else {
-    feed(interleaved, output);
+    deliver(block_, output);
   }
   given_ += (output.size() - before) / channels_;
 }
@@ -189,7 +196,9 @@ void AlignedCleaner::finish(std::vector<float>& output) {
   if (toSession_) {
     converted_.clear();
     toSession_->finish(converted_);
-    feed(converted_, cleaned_);
+    const orvel::StreamCleaner::Block rest = feed(converted_);
+    cleaner_.process(rest.input, rest.output);
+    deliver(block_, cleaned_);
   }
   block_.resize(static_cast<std::size_t>(due_ + skip_) * channels_);
   cleaner_.flush(std::span(block_));
@@ -206,11 +215,10 @@ void AlignedCleaner::finish(std::vector<float>& output) {
   output.insert(output.end(), tail.begin(), tail.end());
 }
 
-void AlignedCleaner::feed(std::span<const float> atSessionRate, std::vector<float>& output) {
+orvel::StreamCleaner::Block AlignedCleaner::feed(std::span<const float> atSessionRate) {
   due_ += atSessionRate.size() / channels_;
   block_.assign(atSessionRate.begin(), atSessionRate.end());
-  cleaner_.process(std::span<const float>(block_), std::span(block_));
-  deliver(block_, output);
+  return {cleaner_, block_, block_};
 }
 
 void AlignedCleaner::deliver(std::span<float> cleaned, std::vector<float>& output) {

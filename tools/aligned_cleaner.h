@@ -71,8 +71,10 @@ class AlignedCleaner {
   /** @throws orvel::Error when no session can be opened. */
   AlignedCleaner(const orvel::Library& library, const CleanerSetup& setup);
 
-  /** Appends the interleaved frames that are ready to `output`. */
-  void push(std::span<const float> interleaved, std::vector<float>& output);
+  /** Takes interleaved frames and gives the block that is to be cleaned, alone or with those of others. */
+  orvel::StreamCleaner::Block push(std::span<const float> interleaved);
+  /** After the block: appends the interleaved frames that are ready to `output`. */
+  void collect(std::vector<float>& output);
   /** Appends the rest. Input and output then have the same number of frames. */
   void finish(std::vector<float>& output);
 
@@ -82,7 +84,7 @@ class AlignedCleaner {
   double lag() const noexcept { return lag_; }
 
  private:
-  void feed(std::span<const float> atSessionRate, std::vector<float>& output);
+  orvel::StreamCleaner::Block feed(std::span<const float> atSessionRate);
   void deliver(std::span<float> cleaned, std::vector<float>& output);
 
   std::size_t channels_;

@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <exception>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -93,48 +95,122 @@ std::string describe(const Job& job, const AudioSpec& spec, const orvel::Model& 
                          cleaner.lag());
 }
 
-ExitCode run(const Job& job, const Context& context) {
-  const auto source = openSource(job.input, context.options.stream);
-  const AudioSpec spec = source->spec();
-  const auto sink = openSink(job.output, *source, context.options.stream, context.options.force);
-  const auto channels = static_cast<std::size_t>(spec.channels);
+// An input on its way through a cleaner, block by block.
+class Cleaning {
+ public:
+  Cleaning(const Job& job, const Context& context)
+      : job_(job),
+        context_(context),
+        source_(openSource(job.input, context.options.stream)),
+        sink_(openSink(job.output, *source_, context.options.stream, context.options.force)),
+        input_(kBlockFrames * static_cast<std::size_t>(source_->spec().channels)) {}
 
-  std::vector<float> input(kBlockFrames * channels);
-  std::vector<float> output;
-  // Opened at the first samples: a file that claims channels and holds no audio costs nothing.
-  std::optional<AlignedCleaner> cleaner;
-  while (const std::size_t frames = source->read(input)) {
+  // The next block, which is to be cleaned; none at the end.
+  std::optional<orvel::StreamCleaner::Block> read() {
+    const AudioSpec spec = source_->spec();
+    const std::size_t frames = source_->read(input_);
     throwIfInterrupted();
-    if (!cleaner) {
-      const orvel::Model& model = context.models.forRate(spec.sampleRate);
-      cleaner.emplace(context.models.library(),
-                      CleanerSetup{spec, model.name, context.options.attenuationLimitDb});
-      context.console.detail(describe(job, spec, model, *cleaner));
+    if (frames == 0) {
+      return std::nullopt;
     }
-    output.clear();
-    cleaner->push(std::span(input).first(frames * channels), output);
-    sink->write(output);
-    context.progress.add(static_cast<double>(frames) / spec.sampleRate);
+    // Opened at the first samples: a file that claims channels and holds no audio costs nothing.
+    if (!cleaner_) {
+      const orvel::Model& model = context_.models.forRate(spec.sampleRate);
+      cleaner_.emplace(context_.models.library(),
+                       CleanerSetup{spec, model.name, context_.options.attenuationLimitDb});
+      context_.console.detail(describe(job_, spec, model, *cleaner_));
+    }
+    seconds_ = static_cast<double>(frames) / spec.sampleRate;
+    return cleaner_->push(
+        std::span(input_).first(frames * static_cast<std::size_t>(spec.channels)));
   }
-  throwIfInterrupted();
-  const std::string shortfall = source->shortfall();
-  if (!shortfall.empty() && !cleaner) {
-    throw ToolError(ExitCode::kInput, source->name() + ": " + shortfall);
+
+  // The cleaned block.
+  void write() {
+    output_.clear();
+    cleaner_->collect(output_);
+    sink_->write(output_);
+    context_.progress.add(seconds_);
   }
-  output.clear();
-  if (cleaner) {
-    cleaner->finish(output);
+
+  ExitCode finish() {
+    const std::string shortfall = source_->shortfall();
+    if (!shortfall.empty() && !cleaner_) {
+      throw ToolError(ExitCode::kInput, source_->name() + ": " + shortfall);
+    }
+    output_.clear();
+    if (cleaner_) {
+      cleaner_->finish(output_);
+    }
+    sink_->write(output_);
+    sink_->commit();
+    if (const std::string remark = source_->remark(); !remark.empty()) {
+      context_.console.warning(source_->name() + ": " + remark);
+    }
+    if (!shortfall.empty()) {
+      context_.console.error(source_->name() + ": " + shortfall + "; cleaned what there is");
+      return ExitCode::kInput;
+    }
+    return ExitCode::kOk;
   }
-  sink->write(output);
-  sink->commit();
-  if (const std::string remark = source->remark(); !remark.empty()) {
-    context.console.warning(source->name() + ": " + remark);
+
+ private:
+  const Job& job_;
+  const Context& context_;
+  std::unique_ptr<AudioSource> source_;
+  std::unique_ptr<AudioSink> sink_;
+  std::vector<float> input_;
+  std::vector<float> output_;
+  std::optional<AlignedCleaner> cleaner_;
+  double seconds_ = 0.0;
+};
+
+// Cleans several inputs at once, a block of each in turn: their frames share the model's weights.
+void cleanTogether(Inputs& inputs, const std::vector<Job>& jobs, std::size_t most,
+                   const Context& context) {
+  std::map<std::size_t, std::unique_ptr<Cleaning>> open;
+  while (true) {
+    while (open.size() < most) {
+      const auto i = inputs.next();
+      if (!i) {
+        break;
+      }
+      if (!inputs.attempt(*i, [&] { open[*i] = std::make_unique<Cleaning>(jobs[*i], context); })) {
+        open.erase(*i);
+      }
+    }
+    if (open.empty()) {
+      return;
+    }
+    std::vector<orvel::StreamCleaner::Block> blocks;
+    std::erase_if(open, [&](const auto& entry) {
+      const auto& [i, cleaning] = entry;
+      bool ended = false;
+      const bool succeeded = inputs.attempt(i, [&, &each = *cleaning] {
+        if (const auto block = each.read()) {
+          blocks.push_back(*block);
+          return;
+        }
+        ended = true;
+        inputs.done(i, each.finish());
+      });
+      return ended || !succeeded;
+    });
+    std::exception_ptr failure;
+    try {
+      orvel::StreamCleaner::process(blocks);
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    std::erase_if(open, [&](const auto& entry) {
+      return !inputs.attempt(entry.first, [&] {
+        if (failure != nullptr) {
+          std::rethrow_exception(failure);
+        }
+        entry.second->write();
+      });
+    });
   }
-  if (!shortfall.empty()) {
-    context.console.error(source->name() + ": " + shortfall + "; cleaned what there is");
-    return ExitCode::kInput;
-  }
-  return ExitCode::kOk;
 }
 
 // Seconds of audio in all inputs, as far as their headers tell without being read.
@@ -173,8 +249,14 @@ ExitCode clean(const CleanOptions& options, Console& console) {
     names.push_back(job.input);
   }
   const Context context{options, models, console, progress};
-  const ExitCode code =
-      runBatch(names, options.jobs, console, [&](std::size_t i) { return run(jobs[i], context); });
+  // Inputs that a thread works on at once; every thread has some.
+  constexpr std::size_t kMostAtOnce = 16;
+  const auto threads = static_cast<std::size_t>(std::max(options.jobs, 1));
+  const std::size_t most =
+      std::clamp((jobs.size() + threads - 1) / threads, std::size_t{1}, kMostAtOnce);
+  const ExitCode code = runBatch(names, options.jobs, console, [&](Inputs& inputs) {
+    cleanTogether(inputs, jobs, most, context);
+  });
   if (code == ExitCode::kOk) {
     console.summary("cleaned " + progress.summary());
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <optional>
@@ -51,14 +52,39 @@ ExitCode listModels(const std::optional<std::string>& directory, bool json, Cons
 /** `orvel keys`: the tuning keys, their values and what they do. */
 ExitCode listKeys(bool json);
 
+/** Hands inputs out to the threads that work on them, and reports those that fail. */
+class Inputs {
+ public:
+  Inputs(const std::vector<std::string>& names, Console& console);
+
+  /** The next input; none at the end, after a signal and without a reader of the output. */
+  std::optional<std::size_t> next();
+  /** A part of the work on input i; when it throws, the error is reported, i is done, and false given. */
+  bool attempt(std::size_t i, const std::function<void()>& part);
+  /** The whole input is through. */
+  void done(std::size_t i, ExitCode code) { codes_[i] = code; }
+  /** As runBatch ends. */
+  ExitCode result() const;
+
+ private:
+  const std::vector<std::string>& names_;
+  Console& console_;
+  std::vector<ExitCode> codes_;
+  std::atomic<std::size_t> next_{0};
+  std::atomic<bool> pipeClosed_{false};
+};
+
 /**
- * Works on inputs, several at a time. An input that fails is reported and does not stop the others.
+ * Works on inputs in several threads. An input that fails is reported and does not stop the others.
  *
- * @param work does number i; throws, or gives the exit code of that input.
+ * @param worker takes inputs until there are no more; runs once in each thread and throws nothing.
  * @param names what to call the inputs in errors that name nothing themselves.
  * @return the code of a single input, kSomeFailed when one of several failed.
  * @throws ToolError (kInterrupted), ClosedPipe
  */
+ExitCode runBatch(const std::vector<std::string>& names, int jobs, Console& console,
+                  const std::function<void(Inputs&)>& worker);
+/** The same, one input after the other in each thread. @param work does input i and gives its code. */
 ExitCode runBatch(const std::vector<std::string>& names, int jobs, Console& console,
                   const std::function<ExitCode(std::size_t)>& work);
 

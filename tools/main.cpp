@@ -98,7 +98,7 @@ void addStreamOptions(CLI::App& command, StreamOptions& options) {
 }
 
 void addJobs(CLI::App& command, int& jobs) {
-  command.add_option("-j,--jobs", jobs, "Inputs worked on at the same time")
+  command.add_option("-j,--jobs", jobs, "Threads that work on the inputs")
       ->check(CLI::Range(1, 256))
       ->capture_default_str();
 }

@@ -62,11 +62,10 @@ class WeightMatrix {
   void multiplyAdd(const float* x, float* y) const;
 
   /**
-   * The same for `count` vectors at once: vector i begins at x + i * xStride and its result at
-   * y + i * yStride. The values agree with those one by one within rounding.
+   * The same for `count` vectors at once, wherever they lie: y[i] += W^T x[i]. The values agree with those
+   * one by one within rounding.
    */
-  void multiplyAdd(std::size_t count, const float* x, std::size_t xStride, float* y,
-                   std::size_t yStride) const;
+  void multiplyAdd(std::size_t count, const float* const* x, float* const* y) const;
 
  private:
   std::size_t inputs_;

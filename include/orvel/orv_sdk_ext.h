@@ -1,5 +1,6 @@
 /*
- * ORVEL extensions: contexts, voice-activity scores, latency, attenuation limit, reset.
+ * ORVEL extensions: contexts, voice-activity scores, batches of sessions, latency, attenuation limit,
+ * reset.
  *
  * Conventions, status codes and thread rules are those of orv_sdk.h.
  *
@@ -14,11 +15,11 @@
  * Threads: the functions of a context may be called from any thread, also at the same time; only
  * Orv_Context_Destroy must be the last call on a context and on its sessions.
  *
- * Real time: Orv_VAD_Process*, Orv_NC_GetLatency, Orv_NC_SetAttenuationLimit and the two reset
- * functions allocate no memory and take no lock; they make no system call but those that write the
- * reason of a refused frame, which sessions of a context do not. A call that is refused in a session of
- * a context prints nothing and calls no handler. All Orv_Context functions may allocate, lock and read
- * files.
+ * Real time: Orv_VAD_Process*, Orv_NC_CleanBatch*, Orv_NC_GetLatency, Orv_NC_SetAttenuationLimit and
+ * the two reset functions allocate no memory and take no lock; they make no system call but those that
+ * write the reason of a refused frame, which sessions of a context do not. A call that is refused in a
+ * session of a context prints nothing and calls no handler. All Orv_Context functions may allocate, lock
+ * and read files.
  *
  * Errors: a session handle that is unknown belongs to no context: the reason is written to standard
  * error, and while the global instance is not initialised the status is -3 where 2 is listed.
@@ -53,6 +54,37 @@ ORV_API int Orv_VAD_ProcessInt16(void* session, const int16_t* input, uint32_t i
 /** Scores one frame of floats, full scale +/-1.0; otherwise as Orv_VAD_ProcessInt16. */
 ORV_API int Orv_VAD_ProcessFloat(void* session, const float* input, uint32_t inputCount,
                                  float* score);
+
+/**
+ * Cleans one frame of 16-bit samples of each of several noise-cleaning sessions. Sessions of one model
+ * whose hops fall due together read the model's weights once instead of once each. Each output is that of
+ * Orv_NC_CleanAmbientNoiseInt16 but for the rounding of floats: after the conversion to 16 bits, by one
+ * step at most. The batch may hold any sessions: of different models, contexts, rates and frame durations.
+ * What is wrong with one of them fails alone, with its own status.
+ *
+ * Real-time safe, whatever the count. Sessions of a batch must not be used by another thread until the
+ * call returns; batches without a session in common may run at the same time. At most 64 neighbours in
+ * the arrays share their reading, so that sessions of one model are best kept beside each other.
+ *
+ * @param count length of the arrays.
+ * @param sessions handles; the second and later places of a session give status 1.
+ * @param inputs frames: inputs[i] has inputCounts[i] samples at the input rate of sessions[i].
+ * @param outputs outputs[i] receives outputCounts[i] samples; may be the same array as inputs[i], must
+ *        overlap no other array.
+ * @param statuses receives for each session what Orv_NC_CleanAmbientNoiseInt16 gives.
+ * @return 0 when all statuses are; else the first one that is not. 1 when count is above 0 and one of the
+ *         six arrays NULL: nothing is done then.
+ */
+ORV_API int Orv_NC_CleanBatchInt16(uint32_t count, void* const* sessions,
+                                   const int16_t* const* inputs, const uint32_t* inputCounts,
+                                   int16_t* const* outputs, const uint32_t* outputCounts,
+                                   int* statuses);
+
+/** The same for floats, as Orv_NC_CleanAmbientNoiseFloat takes and gives them. */
+ORV_API int Orv_NC_CleanBatchFloat(uint32_t count, void* const* sessions,
+                                   const float* const* inputs, const uint32_t* inputCounts,
+                                   float* const* outputs, const uint32_t* outputCounts,
+                                   int* statuses);
 
 /**
  * Tells by how many output samples a session's output lags behind its input: both sample-rate

@@ -2,13 +2,16 @@
 #ifndef ORVEL_ORVEL_SESSION_HPP
 #define ORVEL_ORVEL_SESSION_HPP
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "orvel/orvel_library.hpp"
 
@@ -160,6 +163,9 @@ class Cleaner {
   void* handle() const noexcept { return session_.handle(); }
 
  private:
+  template <class Sample>
+  friend class CleanerBatch;
+
   static std::uint32_t count(std::size_t size) noexcept { return static_cast<std::uint32_t>(size); }
   std::size_t samples(int rate) const noexcept {
     return static_cast<std::size_t>(rate) * static_cast<std::size_t>(frameMs_) / 1000;
@@ -174,6 +180,75 @@ class Cleaner {
   int frameMs_;
   std::uint32_t latency_ = 0;
   detail::Session session_;
+};
+
+/**
+ * Frames of several Cleaners that are cleaned in one call: those of one model then share the reading of its
+ * weights. The outputs are those of Cleaner::process but for the rounding of floats.
+ */
+template <class Sample>
+class CleanerBatch {
+ public:
+  /** Makes room for as many frames: adding and processing them allocates nothing then. */
+  void reserve(std::size_t frames) {
+    const auto grow = [=](auto&... arrays) { (arrays.reserve(frames), ...); };
+    grow(cleaners_, handles_, inputs_, inputCounts_, outputs_, outputCounts_, statuses_);
+  }
+
+  /**
+   * Adds a frame, which is cleaned by process().
+   *
+   * @param cleaner none that has been added already; must not be moved or destroyed before process().
+   * @param input,output as for Cleaner::process.
+   * @throws Error when a length does not fit.
+   */
+  void add(const Cleaner& cleaner, std::span<const Sample> input, std::span<Sample> output) {
+    detail::requireSize("CleanerBatch::add", "input", input.size(), cleaner.inputSize());
+    detail::requireSize("CleanerBatch::add", "output", output.size(), cleaner.outputSize());
+    if (cleaners_.size() == cleaners_.capacity()) reserve(2 * cleaners_.size() + 1);
+    cleaners_.push_back(&cleaner);
+    handles_.push_back(cleaner.handle());
+    inputs_.push_back(input.data());
+    inputCounts_.push_back(static_cast<std::uint32_t>(input.size()));
+    outputs_.push_back(output.data());
+    outputCounts_.push_back(static_cast<std::uint32_t>(output.size()));
+    statuses_.push_back(0);
+  }
+
+  bool empty() const noexcept { return cleaners_.empty(); }
+
+  /** Cleans the frames that were added; the batch is empty afterwards.
+   * @throws Error for the first frame that fails; the others are cleaned all the same. */
+  void process() {
+    const auto count = static_cast<std::uint32_t>(cleaners_.size());
+    const int status = clean(count);
+    const auto failed =
+        std::find_if(statuses_.begin(), statuses_.end(), [](int each) { return each != 0; });
+    const Cleaner* cleaner =
+        status == 0 ? nullptr : cleaners_[static_cast<std::size_t>(failed - statuses_.begin())];
+    const auto clear = [](auto&... arrays) { (arrays.clear(), ...); };
+    clear(cleaners_, handles_, inputs_, inputCounts_, outputs_, outputCounts_, statuses_);
+    if (cleaner != nullptr) cleaner->session_.check(status, "CleanerBatch::process");
+  }
+
+ private:
+  int clean(std::uint32_t count) {
+    if constexpr (std::is_same_v<Sample, float>) {
+      return Orv_NC_CleanBatchFloat(count, handles_.data(), inputs_.data(), inputCounts_.data(),
+                                    outputs_.data(), outputCounts_.data(), statuses_.data());
+    } else {
+      return Orv_NC_CleanBatchInt16(count, handles_.data(), inputs_.data(), inputCounts_.data(),
+                                    outputs_.data(), outputCounts_.data(), statuses_.data());
+    }
+  }
+
+  std::vector<const Cleaner*> cleaners_;
+  std::vector<void*> handles_;
+  std::vector<const Sample*> inputs_;
+  std::vector<std::uint32_t> inputCounts_;
+  std::vector<Sample*> outputs_;
+  std::vector<std::uint32_t> outputCounts_;
+  std::vector<int> statuses_;
 };
 
 /** Scores voice activity in one channel, frame by frame. */

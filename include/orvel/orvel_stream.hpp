@@ -63,7 +63,7 @@ Sample fromFloat(float sample) noexcept {
 /**
  * Removes noise from audio in blocks of any length, from one sample up, that may change from call to
  * call. Every block comes back in its own length. The output is the same whatever the blocks, and late
- * by latency(). Channels are cleaned independently.
+ * by latency(). Channels are cleaned independently, their frames in one batch.
  */
 class StreamCleaner {
  public:
@@ -76,6 +76,7 @@ class StreamCleaner {
     frameSize_ = cleaners_.front().inputSize();
     latency_ = frameSize_ - 1 + cleaners_.front().latency();
     buffers_.resize(channels * frameSize_);
+    batch_.reserve(channels);
   }
   StreamCleaner(StreamCleaner&&) noexcept = default;
   StreamCleaner& operator=(StreamCleaner&&) noexcept = default;
@@ -113,6 +114,21 @@ class StreamCleaner {
                std::size_t length) {
     planar(input, output, length);
   }
+
+  /** An interleaved block of one of several streams; lengths and overlap as for process. */
+  struct Block {
+    StreamCleaner& stream;
+    std::span<const float> input;
+    std::span<float> output;
+  };
+  /**
+   * Cleans blocks of different streams, each once, with the frames of all streams in common batches. The
+   * blocks may differ in length; the outputs are those of the streams one by one but for the rounding of
+   * floats. Allocates when there are more channels than in any call before.
+   *
+   * @throws Error when a length does not fit.
+   */
+  static void process(std::span<const Block> blocks);
 
   /**
    * Gives what is still on its way, by going on with silence. After latency() samples, in one call or
@@ -156,14 +172,15 @@ class StreamCleaner {
   static constexpr float kAlmostSilent = 1e-9F;
 
   template <class Sample>
-  void interleaved(std::span<const Sample> input, std::span<Sample> output) {
+  std::size_t blockLength(std::span<const Sample> input, std::size_t outputSize) const {
     const std::size_t length =
         detail::lengthOf("StreamCleaner::process", "input", input.size(), channels());
-    detail::requireSize("StreamCleaner::process", "output", output.size(), input.size());
-    run(
-        length,
-        [&](std::size_t c, std::size_t i) { return detail::toFloat(input[i * channels() + c]); },
-        toInterleaved(output));
+    detail::requireSize("StreamCleaner::process", "output", outputSize, input.size());
+    return length;
+  }
+  template <class Sample>
+  void interleaved(std::span<const Sample> input, std::span<Sample> output) {
+    run(blockLength(input, output.size()), fromInterleaved(input), toInterleaved(output));
   }
   template <class Sample>
   void planar(std::span<const Sample* const> input, std::span<Sample* const> output,
@@ -190,6 +207,12 @@ class StreamCleaner {
     return kAlmostSilent;
   }
   template <class Sample>
+  auto fromInterleaved(std::span<const Sample> input) const noexcept {
+    return [input, channels = channels()](std::size_t c, std::size_t i) {
+      return detail::toFloat(input[i * channels + c]);
+    };
+  }
+  template <class Sample>
   auto toInterleaved(std::span<Sample> output) const noexcept {
     return [output, channels = channels()](std::size_t c, std::size_t i, float sample) {
       output[i * channels + c] = detail::fromFloat<Sample>(sample);
@@ -207,36 +230,78 @@ class StreamCleaner {
   // that the delay is one sample short of the buffer's length.
   template <class Read, class Write>
   void run(std::size_t length, Read read, Write write) {
-    for (std::size_t done = 0; done < length;) {
-      const std::size_t count = std::min(frameSize_ - position_, length - done);
-      const bool full = position_ + count == frameSize_;
-      const std::size_t plain = full ? count - 1 : count;
-      for (std::size_t c = 0; c < cleaners_.size(); ++c) {
-        const std::span<float> buffer(buffers_.data() + c * frameSize_, frameSize_);
-        float* place = buffer.data() + position_;
-        for (std::size_t i = 0; i < plain; ++i) {
-          const float sample = read(c, done + i);
-          write(c, done + i, place[i + 1]);
-          place[i] = sample;
-        }
-        if (full) {
-          place[plain] = read(c, done + plain);
-          cleaners_[c].process(std::span<const float>(buffer), buffer);
-          write(c, done + plain, buffer[0]);
-        }
-      }
-      position_ = full ? 0 : position_ + count;
-      done += count;
+    done_ = 0;
+    while (advance(length, read, write)) {
+      addFrames(batch_);
+      batch_.process();
+      complete(write);
     }
+  }
+  // Goes on until the block ends or the buffers are full, whose last samples go out once they are cleaned.
+  template <class Read, class Write>
+  bool advance(std::size_t length, Read read, Write write) {
+    const std::size_t count = std::min(frameSize_ - position_, length - done_);
+    full_ = position_ + count == frameSize_;
+    const std::size_t plain = full_ ? count - 1 : count;
+    for (std::size_t c = 0; c < cleaners_.size(); ++c) {
+      float* place = buffers_.data() + c * frameSize_ + position_;
+      for (std::size_t i = 0; i < plain; ++i) {
+        const float sample = read(c, done_ + i);
+        write(c, done_ + i, place[i + 1]);
+        place[i] = sample;
+      }
+      if (full_) place[plain] = read(c, done_ + plain);
+    }
+    position_ += plain;
+    done_ += plain;
+    return full_;
+  }
+  void addFrames(CleanerBatch<float>& batch) {
+    for (std::size_t c = 0; c < cleaners_.size(); ++c) {
+      const std::span<float> buffer(buffers_.data() + c * frameSize_, frameSize_);
+      batch.add(cleaners_[c], buffer, buffer);
+    }
+  }
+  template <class Write>
+  void complete(Write write) {
+    for (std::size_t c = 0; c < cleaners_.size(); ++c)
+      write(c, done_, buffers_[c * frameSize_]);
+    ++done_;
+    position_ = 0;
+    full_ = false;
   }
 
   int rate_;
   std::size_t frameSize_ = 0;
   std::size_t latency_ = 0;
   std::size_t position_ = 0;
+  std::size_t done_ = 0;  // samples of the current block
+  bool full_ = false;     // the buffers wait to be cleaned
   std::vector<Cleaner> cleaners_;
   std::vector<float> buffers_;  // frameSize_ samples per channel
+  CleanerBatch<float> batch_;
 };
+
+inline void StreamCleaner::process(std::span<const Block> blocks) {
+  for (const Block& block : blocks) {
+    block.stream.blockLength(block.input, block.output.size());
+    block.stream.done_ = 0;
+  }
+  if (blocks.empty()) return;
+  CleanerBatch<float>& batch = blocks.front().stream.batch_;
+  while (true) {
+    for (const Block& block : blocks) {
+      StreamCleaner& stream = block.stream;
+      if (stream.advance(block.input.size() / stream.channels(),
+                         stream.fromInterleaved(block.input), stream.toInterleaved(block.output)))
+        stream.addFrames(batch);
+    }
+    if (batch.empty()) return;
+    batch.process();
+    for (const Block& block : blocks)
+      if (block.stream.full_) block.stream.complete(block.stream.toInterleaved(block.output));
+  }
+}
 
 /**
  * Scores voice activity in audio that comes in blocks of any length: one score for each 10 ms. Several

@@ -130,6 +130,22 @@ def test_bad_inputs_do_not_disturb_the_others(folder):
     assert (folder / "out/a.wav").stat().st_mtime_ns == before
 
 
+def test_inputs_cleaned_together_give_what_each_gives(folder):
+    gates = closed()
+    gates["WeightNonLinear"][-1] = np.random.default_rng(3).uniform(-2.0, 2.0, (12, 24))
+    gates["BaesNonLinear"][-1][:] = 0.5
+    folder.add_model("gates", gates)
+    kinds = [(16000, 1, 1.0), (16000, 2, 0.7), (48000, 1, 1.3), (22050, 1, 0.5), (16000, 1, 0.001)]
+    for i, (rate, channels, seconds) in enumerate(kinds):
+        folder.save(f"{i}.wav", speech(rate, seconds, channels), rate)
+    folder.run("orvel clean --model gates --out-dir together ?.wav")
+    folder.run("for i in ?.wav; do orvel clean --model gates --out-dir alone $i || exit; done")
+    for i in range(len(kinds)):
+        together, alone = folder.load(f"together/{i}.wav"), folder.load(f"alone/{i}.wav")
+        assert together.shape == alone.shape
+        assert np.abs(together - alone).max() < 1.5 / 32768, f"{i}.wav"
+
+
 def test_refused_command_lines_say_why(folder):
     for name in ("a.wav", "b.wav", "sub/a.wav"):
         (folder / "sub").mkdir(exist_ok=True)

@@ -161,6 +161,47 @@ TEST(RealTime, ShippedModels) {
   EXPECT_GT(models, 0) << "no models in " << ORVEL_MODELS_DIR;
 }
 
+// More sessions than one group of the batch holds, of every version, from their first frame on.
+TEST(RealTime, Batches) {
+  orvel::Library library;
+  std::vector<orvel::Cleaner> cleaners;
+  for (const CleanerTraits* version : noiseCleaners())
+    load(library, version->version, makeModel(shapeOf(*version)), allStages(*version));
+  for (int i = 0; i < 100; ++i) {
+    for (const CleanerTraits* version : noiseCleaners()) {
+      const int outRate = i % 10 == 0 ? 48000 : 16000;
+      cleaners.emplace_back(library, orvel::CleanerOptions{16000, outRate, 10, version->version});
+    }
+  }
+  std::vector<float> samples = roughStream(16000, 1.0);
+  std::vector<std::vector<float>> frames(cleaners.size());
+  std::vector<void*> sessions;
+  std::vector<float*> outputs;
+  std::vector<uint32_t> inCounts(cleaners.size(), 160), outCounts;
+  for (std::size_t i = 0; i < cleaners.size(); ++i) {
+    frames[i].resize(cleaners[i].outputSize());
+    sessions.push_back(cleaners[i].handle());
+    outputs.push_back(frames[i].data());
+    outCounts.push_back(static_cast<uint32_t>(frames[i].size()));
+  }
+  std::vector<int> statuses(cleaners.size());
+  Misdeeds misdeeds;
+  int status = 0;
+  ON_WATCHED_THREAD([&] {
+    std::vector<const float*> inputs(cleaners.size());
+    for (size_t at = 0; at + 160 <= samples.size() && status == 0 && misdeeds.none(); at += 160) {
+      std::fill(inputs.begin(), inputs.end(), samples.data() + at);
+      misdeeds = misdeedsOf([&] {
+        status = Orv_NC_CleanBatchFloat(static_cast<uint32_t>(sessions.size()), sessions.data(),
+                                        inputs.data(), inCounts.data(), outputs.data(),
+                                        outCounts.data(), statuses.data());
+      });
+    }
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(misdeeds.none()) << misdeeds;
+}
+
 // The C++ streams, fed with blocks of changing length from the first one on.
 TEST(RealTime, StreamsOfAnyBlocks) {
   orvel::Library library;
@@ -225,6 +266,16 @@ TEST(RealTime, RefusedFramesTouchNeitherHeapNorLocks) {
   expectRefusal(1, [&] { return Orv_VAD_ProcessFloat(detector, data, 80, nullptr); });
   expectRefusal(1, [&] { return Orv_NC_SetAttenuationLimit(cleaner, -1.0F); });
   expectRefusal(2, [&] { return Orv_NC_GetLatency(detector, &latency); });
+  void* sessions[] = {cleaner, cleaner, detector, nullptr};
+  const uint32_t counts[] = {160, 160, 160, 160};
+  float* const frames[] = {data, data, data, data};
+  int statuses[4];
+  expectRefusal(1, [&] {
+    return Orv_NC_CleanBatchFloat(4, sessions, frames, counts, frames, counts, statuses);
+  });
+  expectRefusal(1, [&] {
+    return Orv_NC_CleanBatchFloat(4, sessions, frames, counts, frames, nullptr, statuses);
+  });
 }
 
 // The counters see what they are there for, in this program and inside the shared library.

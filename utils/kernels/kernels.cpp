@@ -128,15 +128,17 @@ void logistic(const float* x, float* y, std::size_t count) {
 // The product of some units of a panel with some vectors at once: every sum stays in a register, and is
 // formed in the same order however many vectors there are.
 template <std::size_t kUnits, std::size_t kVectors>
-void multiplyAddBlock(const float* panel, std::size_t stride, std::size_t inputs, const float* x,
-                      std::size_t xStride, float* y, std::size_t yStride) {
+void multiplyAddBlock(const float* panel, std::size_t stride, std::size_t inputs,
+                      const float* const* x, float* const* y, std::size_t offset) {
   constexpr std::size_t kSums = kUnits * kPerUnit;
   Floats sums[kVectors][kSums];
+  const float* in[kVectors];
 #pragma GCC unroll 8
   for (std::size_t v = 0; v < kVectors; ++v) {
+    in[v] = x[v];
 #pragma GCC unroll 32
     for (std::size_t i = 0; i < kSums; ++i) {
-      sums[v][i] = load<Floats>(y + v * yStride + i * kFloats);
+      sums[v][i] = load<Floats>(y[v] + offset + i * kFloats);
     }
   }
   for (std::size_t k = 0; k < inputs; ++k, panel += stride) {
@@ -145,7 +147,7 @@ void multiplyAddBlock(const float* panel, std::size_t stride, std::size_t inputs
       const Floats weights = load<Floats>(panel + i * kFloats);
 #pragma GCC unroll 8
       for (std::size_t v = 0; v < kVectors; ++v) {
-        sums[v][i] += weights * x[v * xStride + k];
+        sums[v][i] += weights * in[v][k];
       }
     }
   }
@@ -153,12 +155,12 @@ void multiplyAddBlock(const float* panel, std::size_t stride, std::size_t inputs
   for (std::size_t v = 0; v < kVectors; ++v) {
 #pragma GCC unroll 32
     for (std::size_t i = 0; i < kSums; ++i) {
-      store(sums[v][i], y + v * yStride + i * kFloats);
+      store(sums[v][i], y[v] + offset + i * kFloats);
     }
   }
 }
 
-using Block = void (*)(const float*, std::size_t, std::size_t, const float*, std::size_t, float*,
+using Block = void (*)(const float*, std::size_t, std::size_t, const float* const*, float* const*,
                        std::size_t);
 
 #if defined(__AVX512F__) || defined(__AVX__)
@@ -183,28 +185,24 @@ constexpr Block kMany[] = {multiplyAddBlock<1, kTogether>};
 
 template <std::size_t kMost>
 void multiplyAddUnits(const Block (&blocks)[kMost], const float* panel, std::size_t stride,
-                      std::size_t width, std::size_t inputs, const float* x, std::size_t xStride,
-                      float* y, std::size_t yStride) {
-  for (std::size_t left = width / kUnit; left > 0;) {
+                      std::size_t width, std::size_t inputs, const float* const* x, float* const* y,
+                      std::size_t offset) {
+  for (std::size_t at = 0; at < width;) {
+    const std::size_t left = (width - at) / kUnit;
     const std::size_t units = left < kMost ? left : kMost;
-    blocks[units - 1](panel, stride, inputs, x, xStride, y, yStride);
-    panel += units * kUnit;
-    y += units * kUnit;
-    left -= units;
+    blocks[units - 1](panel + at, stride, inputs, x, y, offset + at);
+    at += units * kUnit;
   }
 }
 
 void multiplyAdd(const float* panel, std::size_t stride, std::size_t width, std::size_t inputs,
-                 std::size_t count, const float* x, std::size_t xStride, float* y,
-                 std::size_t yStride) {
+                 std::size_t count, const float* const* x, float* const* y, std::size_t offset) {
   std::size_t v = 0;
   for (; v + kTogether <= count; v += kTogether) {
-    multiplyAddUnits(kMany, panel, stride, width, inputs, x + v * xStride, xStride, y + v * yStride,
-                     yStride);
+    multiplyAddUnits(kMany, panel, stride, width, inputs, x + v, y + v, offset);
   }
   for (; v < count; ++v) {
-    multiplyAddUnits(kAlone, panel, stride, width, inputs, x + v * xStride, xStride,
-                     y + v * yStride, yStride);
+    multiplyAddUnits(kAlone, panel, stride, width, inputs, x + v, y + v, offset);
   }
 }
 

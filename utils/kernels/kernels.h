@@ -56,11 +56,11 @@ struct Kernels {
   void (*logistic)(const float* x, float* y, std::size_t count);
   /**
    * y += W^T x for one panel: `inputs` rows, `stride` values apart, of `width` values; x of `inputs` and y
-   * of `width` values. `count` vectors begin xStride and yStride apart.
+   * of `width` values, which begin `offset` values into each of the `count` results.
    */
   void (*multiplyAdd)(const float* panel, std::size_t stride, std::size_t width, std::size_t inputs,
-                      std::size_t count, const float* x, std::size_t xStride, float* y,
-                      std::size_t yStride);
+                      std::size_t count, const float* const* x, float* const* y,
+                      std::size_t offset);
   /** `in` has 2 * half samples, `out` half + 1 bins, real and imaginary parts in turn. */
   void (*forward)(const TransformPlan& plan, const float* in, float* out);
   /** The other way, divided by 2 * half. */

@@ -7,28 +7,31 @@
 
 namespace ORVEL::UTILS {
 
-void multiplyAddPanel(const Panel& panel, std::size_t count, const float* x, std::size_t xStride,
-                      float* y, std::size_t yStride) {
+void multiplyAddPanel(const Panel& panel, std::size_t count, const float* const* x, float* const* y,
+                      std::size_t offset) {
   const Kernels& set = kernels();
   const std::size_t width = (panel.outputs + kUnit - 1) / kUnit * kUnit;
   if (width == panel.outputs) {
-    set.multiplyAdd(panel.values, panel.stride, width, panel.inputs, count, x, xStride, y, yStride);
+    set.multiplyAdd(panel.values, panel.stride, width, panel.inputs, count, x, y, offset);
     return;
   }
   // Wider than y: the results go through an array that has room for whole units.
   constexpr std::size_t kMostTogether = 12;
   alignas(64) std::array<float, kMostPanel * kMostTogether> whole;
+  std::array<float*, kMostTogether> results;
+  for (std::size_t v = 0; v < kMostTogether; ++v) {
+    results[v] = whole.data() + v * width;
+  }
   for (std::size_t first = 0; first < count; first += kMostTogether) {
     const std::size_t some = std::min(kMostTogether, count - first);
-    float* results = y + first * yStride;
     for (std::size_t v = 0; v < some; ++v) {
-      float* end = std::copy_n(results + v * yStride, panel.outputs, whole.data() + v * width);
+      float* end = std::copy_n(y[first + v] + offset, panel.outputs, results[v]);
       std::fill_n(end, width - panel.outputs, 0.0F);
     }
-    set.multiplyAdd(panel.values, panel.stride, width, panel.inputs, some, x + first * xStride,
-                    xStride, whole.data(), width);
+    set.multiplyAdd(panel.values, panel.stride, width, panel.inputs, some, x + first,
+                    results.data(), 0);
     for (std::size_t v = 0; v < some; ++v) {
-      std::copy_n(whole.data() + v * width, panel.outputs, results + v * yStride);
+      std::copy_n(results[v], panel.outputs, y[first + v] + offset);
     }
   }
 }

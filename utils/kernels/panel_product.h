@@ -16,8 +16,11 @@ struct Panel {
   std::size_t inputs;
 };
 
-/** y += W^T x for `count` vectors, xStride and yStride apart, of a panel of kMostPanel outputs at most. */
-void multiplyAddPanel(const Panel& panel, std::size_t count, const float* x, std::size_t xStride,
-                      float* y, std::size_t yStride);
+/**
+ * y[i] += W^T x[i] for `count` vectors of a panel of kMostPanel outputs at most, which are those from
+ * `offset` on of each result.
+ */
+void multiplyAddPanel(const Panel& panel, std::size_t count, const float* const* x, float* const* y,
+                      std::size_t offset);
 
 }  // namespace ORVEL::UTILS

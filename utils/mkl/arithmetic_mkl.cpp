@@ -85,12 +85,19 @@ void WeightMatrix::multiplyAdd(const float* x, float* y) const {
 }
 
 // MKL's matrix-matrix product takes memory when it is called and would add 11 MB to the library.
-void WeightMatrix::multiplyAdd(std::size_t count, const float* x, std::size_t xStride, float* y,
-                               std::size_t yStride) const {
+void WeightMatrix::multiplyAdd(std::size_t count, const float* const* x, float* const* y) const {
+  // The kernels read rows in pieces, which pays from as many vectors as they take at once.
+  constexpr std::size_t kLeastTogether = 6;
+  if (count < kLeastTogether) {
+    for (std::size_t i = 0; i < count; ++i) {
+      multiplyAdd(x[i], y[i]);
+    }
+    return;
+  }
   for (std::size_t at = 0; at < outputs_;) {
     const std::size_t width = panelWidth(outputs_ - at);
     multiplyAddPanel({values_.data() + at, outputs_, std::min(width, outputs_ - at), inputs_},
-                     count, x, xStride, y + at, yStride);
+                     count, x, y, at);
     at += width;
   }
 }

@@ -54,17 +54,13 @@ void logistic(const float* x, float* y, std::size_t count) { kernels().logistic(
 WeightMatrix::WeightMatrix(std::size_t inputs, std::size_t outputs, AlignedFloats rows)
     : inputs_(inputs), outputs_(outputs), values_(inPanels(inputs, outputs, rows)) {}
 
-void WeightMatrix::multiplyAdd(const float* x, float* y) const {
-  multiplyAdd(1, x, inputs_, y, outputs_);
-}
+void WeightMatrix::multiplyAdd(const float* x, float* y) const { multiplyAdd(1, &x, &y); }
 
-void WeightMatrix::multiplyAdd(std::size_t count, const float* x, std::size_t xStride, float* y,
-                               std::size_t yStride) const {
+void WeightMatrix::multiplyAdd(std::size_t count, const float* const* x, float* const* y) const {
   const float* panel = values_.data();
   for (std::size_t at = 0; at < outputs_;) {
     const std::size_t width = panelWidth(outputs_ - at);
-    multiplyAddPanel({panel, width, std::min(width, outputs_ - at), inputs_}, count, x, xStride,
-                     y + at, yStride);
+    multiplyAddPanel({panel, width, std::min(width, outputs_ - at), inputs_}, count, x, y, at);
     panel += width * inputs_;
     at += width;
   }
