@@ -145,7 +145,7 @@ def test_shell_block(block, scratch, environment):
             check_instead(rule[0], command, block)
         else:
             run(command, scratch, **environment)
-            for name in ("clean.wav", "out.wav", "cleaned", "talk-clean.wav"):
+            for name in ("clean.wav", "out.wav", "cleaned", "talk-clean.wav", "report.html"):
                 path = scratch / name
                 shutil.rmtree(path) if path.is_dir() else path.unlink(missing_ok=True)
 
