@@ -52,7 +52,7 @@ This package contains the trained models, for 8, 16 and 32 kHz, each with a
 card that names the data it was trained on.")
 set(CPACK_DEBIAN_ORVEL-MODELS_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_LIBORVEL1_PACKAGE_CONTROL_EXTRA "${PROJECT_BINARY_DIR}/debian/symbols"
-    "${PROJECT_BINARY_DIR}/debian/triggers")
+    "${PROJECT_BINARY_DIR}/debian/shlibs" "${PROJECT_BINARY_DIR}/debian/triggers")
 
 set(CPACK_PACKAGE_NAME orvel)
 set(CPACK_PACKAGE_VENDOR "The ORVEL authors")
@@ -73,7 +73,7 @@ set(CPACK_DEBIAN_PACKAGE_SOURCE orvel)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS OFF)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS OFF)  # it comes with scripts that call ldconfig
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/debian/finish.cmake")
@@ -90,5 +90,6 @@ set(ORVEL_PYTHON "@ORVEL_PYTHON@")
 @_settings@
 ]])
 configure_file(cmake/debian/symbols debian/symbols COPYONLY)
+file(WRITE "${PROJECT_BINARY_DIR}/debian/shlibs" "liborvel 1 liborvel1 (>= ${ORVEL_DEBIAN_VERSION})\n")
 file(WRITE "${PROJECT_BINARY_DIR}/debian/triggers" "activate-noawait ldconfig\n")
 include(CPack)
