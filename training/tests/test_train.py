@@ -6,14 +6,15 @@ import re
 import signal
 import subprocess
 import sys
+import tarfile
 import time
 
 import numpy as np
 import pytest
 import soundfile
-from conftest import CONFIGS, ROOT
+from conftest import CONFIGS, MODELS, ROOT
 
-from training import trainer
+from training import accelerator, trainer
 from training.pools import Pool, Workers
 from training.train import main
 from training.trainer import Guard
@@ -166,6 +167,23 @@ def test_a_junk_file_is_skipped_and_named(tmp_path, capsys):
     assert re.search(r"warning: skipped .*junk.wav: ", told) and "exported" in told
     # The junk is in one split only, and read once.
     assert told.count("junk.wav") == 1
+
+
+def test_a_packed_run_goes_on_where_it_was_cut(tmp_path, capsys, monkeypatch):
+    folder, archive, there = write_data(tmp_path / "data", (6, 6)), tmp_path / "run.tar", tmp_path / "there"
+    (tmp_path / "config.toml").write_text(CONFIG)
+    given = ["--data", folder, "--config", tmp_path / "config.toml", "--init-from", MODELS / "orvel-8k.bin"]
+    pack = lambda *size: accelerator.main([str(a) for a in [archive, *given, *size]])  # noqa: E731
+    assert pack("--megabytes", 0.1) == 2 and "no recording fits" in capsys.readouterr().err and not archive.exists()
+    assert pack() == 0
+    with tarfile.open(archive) as tar:
+        tar.extractall(there)
+    monkeypatch.chdir(there)
+    run = ["--config", "config.toml", "--data", "data", "--work", "out", "--streams", "4", "--mix-on-device"]
+    for stop in ("2", "3"):
+        assert main([*run, "--stop-after", stop]) == 0
+    assert "going on from update 2" in capsys.readouterr().out
+    assert {"checkpoint.pkl", "curve.csv"} < {path.name for path in (there / "out" / "small-model").iterdir()}
 
 
 def test_a_killed_worker_ends_the_run(data, tmp_path, capsys, monkeypatch):
