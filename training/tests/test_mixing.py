@@ -7,7 +7,7 @@ import pytest
 
 from training.device_mixing import DeviceMixer
 from training.labels import voice_labels
-from training.level import RescaleTracker, frame_energies, levelled
+from training.level import RescaleTracker, frame_energies
 from training.minutes import MinuteMixer
 from training.mixing import Batch, StreamMixer
 from training.pools import Pool, segment_length
@@ -132,32 +132,12 @@ def test_labels_follow_the_bursts():
     assert voice_labels(np.zeros(RATE)).sum() == 0.0
 
 
-def test_level_rises_at_once_and_falls_slowly():
-    wave = np.concatenate([np.full(800, 200.0), np.full(800, 20000.0), np.full(8000, 200.0)])[None]
-    out = levelled(wave.astype(np.float32), np.full(1, 2000.0**2))[0]
-    assert abs(out[880] - 2000.0) < 100.0  # one hop after the step: 95 % of the way
-    assert out[1700] < 30.0 < out[8000]
-
-
-def test_weight_file_layout_and_damage(tmp_path):
-    entries = {
-        "Version": "0.0.5",
-        "Step": -1,
-        "Real": 0.5,
-        "MU": np.arange(3, dtype=np.float32),
-        "Matrix": np.arange(6, dtype=np.float32).reshape(2, 3),
-        "Biases": [np.ones(2, np.float32), np.zeros(1, np.float32)],
-        "Matrices": [np.eye(2, dtype=np.float32)],
-    }
+def test_damaged_weight_files_are_refused(tmp_path):
     path = tmp_path / "w.bin"
-    write_weights(path, entries)
-    raw = path.read_bytes()
-    assert raw[:21] == b"\x07\0\0\0Version\x02\0\0\0\x05\0\0\0" + b"0."
+    write_weights(path, {"Step": -1, "Real": 0.5, "Matrix": np.eye(2, dtype=np.float32)})
     assert encode("Step", -1) == b"\x04\0\0\0Step\x01\0\0\0\xff\xff\xff\xff"
-    back = read_weights(path)
-    assert list(back) == list(entries) and back["Step"] == -1 and back["Real"] == 0.5
-    np.testing.assert_array_equal(back["Matrix"], entries["Matrix"])
-    np.testing.assert_array_equal(back["Biases"][0], entries["Biases"][0])
+    back, raw = read_weights(path), path.read_bytes()
+    assert list(back) == ["Step", "Real", "Matrix"] and (back["Step"], back["Real"]) == (-1, 0.5)
     path.write_bytes(raw[:-2])
     with pytest.raises(ValueError, match="cut short"):
         read_weights(path)

@@ -145,11 +145,6 @@ def test_wrong_input_is_one_line_and_status_2(data, tmp_path, capsys, config, fo
     assert re.match(f"train: .*{message}", error) and error.count("\n") == 1, error
 
 
-def workers_on(data, tmp_path):
-    pool = Pool(tmp_path / "pool", 8000, 64, 64)
-    return pool, Workers(1, data, pool, {"seed": 1})
-
-
 def wait_for(condition, seconds=120.0):
     end = time.monotonic() + seconds
     while not condition() and time.monotonic() < end:
@@ -199,8 +194,9 @@ def test_a_killed_worker_ends_the_run(data, tmp_path, capsys, monkeypatch):
 
 
 def test_a_worker_that_fails_tells_why_and_none_outlives_its_parent(data, tmp_path):
-    pool, workers = workers_on(tmp_path / "none", tmp_path)
-    with workers, pytest.raises(RuntimeError, match=r"ended with status 1: no folder .*none"):
+    pool = Pool(tmp_path / "pool", 8000, 64, 64)
+    failure = pytest.raises(RuntimeError, match=r"ended with status 1: no folder .*none")
+    with Workers(1, tmp_path / "none", pool, {"seed": 1}) as workers, failure:
         wait_for(lambda: workers.check())
     script = (
         "import sys; from training.pools import Pool, Workers\n"
