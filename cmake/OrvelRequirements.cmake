@@ -4,6 +4,19 @@ function(orvel_missing name)
   set_property(GLOBAL APPEND PROPERTY ORVEL_MISSING "${name}")
 endfunction()
 
+# orvel_find(PREFIX REQUIREMENT HEADER KIND LIBRARY): looks for a library by itself, so that a cross build needs
+# no pkg-config. Sets PREFIX_INCLUDE_DIR and PREFIX_KIND in the cache, and PREFIX_FOUND; where one of the two is
+# not there it notes REQUIREMENT, "NAME (package)".
+function(orvel_find prefix requirement header kind library)
+  find_path(${prefix}_INCLUDE_DIR ${header} DOC "Folder that holds ${header}")
+  find_library(${prefix}_${kind} NAMES ${library} DOC "${library}")
+  set(${prefix}_FOUND TRUE PARENT_SCOPE)
+  if(NOT ${prefix}_INCLUDE_DIR OR NOT ${prefix}_${kind})
+    orvel_missing("${requirement}")
+    set(${prefix}_FOUND FALSE PARENT_SCOPE)
+  endif()
+endfunction()
+
 # What the orvel command needs; tools/CMakeLists.txt takes it into use.
 function(orvel_check_command_requirements)
   find_package(CLI11 QUIET)

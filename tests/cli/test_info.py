@@ -46,6 +46,20 @@ def test_lists_models_and_keys(folder):
     assert models[3]["weights"] == weights_of(detector())
     keys = json.loads(folder.run("orvel keys --json").out)
     assert len(keys) == 19 and keys[0]["names"][4] == "ORVEL_SMOOT_COEF_v0_0_5"
+    values = {key["stem"].removeprefix("ORVEL_"): key["values"] for key in keys}
+    condition = "read only with ORVEL_ENABLE_CLIP_FIX on in versions 0.0.1, 0.0.2"
+    assert (
+        values
+        | {
+            "SMOOT_COEF": "0 < x <= 1, default 1",
+            "ENABLE_RESCALE": "TRUE or off, default TRUE",
+            "WINDOW_AFTER": "TRIANGL or HAMMING, default TRIANGL; read only with ORVEL_ENABLE_WINDOW_AFTER on",
+            "CLIP_FIX_POINT": f"1 to 32768, default 25000; whole in versions 0.0.1, 0.0.2; {condition}",
+            "VOLUME_UP_PERCENT": "0 < x < 200, default none; read only with ORVEL_VOLUME_UP on",
+            "COMPRESS_RATE": "a whole number, default 1 in version 0.0.4, 2 in version 0.0.5",
+        }
+        == values
+    )
 
 
 def test_help_says_what_belongs_to_a_command(folder):
