@@ -6,7 +6,7 @@ set(_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/orvel")
 install(TARGETS orvel EXPORT orvelTargets LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(DIRECTORY include/orvel DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" FILES_MATCHING
         PATTERN "*.h" PATTERN "*.hpp")
-install(DIRECTORY models/ DESTINATION "${ORVEL_INSTALL_MODELDIR}" OPTIONAL FILES_MATCHING
+install(DIRECTORY models/ DESTINATION "${ORVEL_INSTALL_MODELDIR}" COMPONENT models OPTIONAL FILES_MATCHING
         PATTERN "*.bin" PATTERN "*.ctl" PATTERN "*.md")
 # The notices and licences of what is linked, and no others.
 set(_parts ${ORVEL_MATH} ${ORVEL_RESAMPLER})
@@ -22,8 +22,8 @@ execute_process(
 file(STRINGS "${_notices}" _rows REGEX "^[|].*`licenses/")
 string(REGEX MATCHALL "licenses/[A-Za-z0-9.-]+" _licenses "${_rows}")
 list(REMOVE_DUPLICATES _licenses)
-install(FILES LICENSE NOTICE "${_notices}" DESTINATION "${CMAKE_INSTALL_DOCDIR}")
-install(FILES ${_licenses} DESTINATION "${CMAKE_INSTALL_DOCDIR}/licenses")
+install(FILES LICENSE NOTICE "${_notices}" DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT notices)
+install(FILES ${_licenses} DESTINATION "${CMAKE_INSTALL_DOCDIR}/licenses" COMPONENT notices)
 if(ORVEL_MKL_NOTICES)
   install(FILES ${ORVEL_MKL_NOTICES} DESTINATION "${CMAKE_INSTALL_DOCDIR}/licenses"
           RENAME mkl-third-party-programs.txt)
