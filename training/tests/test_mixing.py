@@ -57,6 +57,16 @@ def test_mixes_cover_the_levels_and_ratios(pool):
     assert 0.02 < silent / len(levels) < 0.15
 
 
+def test_speech_pauses_at_the_ends_and_music_takes_the_place_of_recordings(pool):
+    pool.noise[:] = 0
+    mixer = StreamMixer(pool, 64, 128, seed=4, clean=0.0, pauses=1.0, music=1.0)
+    assert (np.square(mixer.noisy - mixer.target).mean(axis=1) > 0.1).all()
+    spoken = mixer.target[mixer.voiced > 0]
+    ends = [np.abs(part).max(axis=1) < 1.0 for part in (spoken[:, : RATE // 4], spoken[:, -RATE // 4 :])]
+    # One end of each segment; clipping and lower rates smear some of them.
+    assert np.mean(ends[0] != ends[1]) > 0.85 and 0.3 < np.mean(ends[0]) < 0.7
+
+
 def test_clicks_last_and_carry_their_state(pool):
     mixer = StreamMixer(pool, 64, 128, seed=3, cold=1.0, clicks=0.05)
     shares, lasting = [], 0
