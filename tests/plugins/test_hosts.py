@@ -39,7 +39,7 @@ class Bench:
 
     def __init__(self, folder: Path):
         self.folder = folder
-        self.prefix = folder / "prefix"
+        self.prefix = folder / ".local"  # as in the documents
         for part in ("ladspa", "lv2", "plugins", "models"):
             self.run(f"cmake --install {BUILD} --prefix {self.prefix} --component {part}")
         self.speech = load_speech()[: SECONDS * RATE]
@@ -101,6 +101,19 @@ def test_a_file_comes_out_as_the_command_cleans_it(bench, host):
     assert_equal(bench.read("out.wav"), bench.cleaned(), LATENCY)
 
 
+def test_lines_of_the_document_work(bench):
+    bench.run("ffmpeg -v error -i in.wav -af 'pan=stereo|c0=c0|c1=c0' stereo.wav")
+    lines = (ROOT / "docs/plugins.md").read_text().splitlines()
+    exports = " && ".join(line for line in lines if line.startswith("export "))
+    commands = [line for line in lines if re.match("ffmpeg|gst-launch", line)]
+    assert len(commands) == 5 and exports.count("$HOME") == 2
+    for command in commands:
+        (bench.folder / "out.wav").unlink(missing_ok=True)
+        bench.run(f"unset LADSPA_PATH LV2_PATH && {exports} && {command}")
+        sound = bench.read("out.wav").reshape(len(bench.input), -1)
+        assert 0.5 < np.std(sound) / np.std(bench.input) < 0.99, command
+
+
 def test_stereo_keeps_both_sides_alike(bench):
     bench.run("ffmpeg -v error -i in.wav -af 'pan=stereo|c0=c0|c1=c0,ladspa=file=orvel:plugin=orvel_stereo' both.wav")
     left, right = bench.read("both.wav").T
@@ -137,7 +150,9 @@ def test_files_are_what_hosts_expect(bench):
 
 @contextmanager
 def running(bench: Bench, command: str, **environment):
-    process = subprocess.Popen(command.split(), cwd=bench.folder, env=bench.environment() | environment)
+    process = subprocess.Popen(
+        command.split(), cwd=bench.folder, env=bench.environment() | environment, stdin=subprocess.PIPE
+    )
     try:
         yield process
     finally:
@@ -155,6 +170,15 @@ def wait_for(bench: Bench, command: str, words: str, environment: dict, seconds:
             return
         time.sleep(0.1)
     raise AssertionError(f"{command}: no {words}\n{done.stdout}{done.stderr}")
+
+
+def test_jalv_tells_jack_the_latency(bench):
+    own = {"JACK_NO_AUDIO_RESERVATION": "1", "JACK_DEFAULT_SERVER": f"orvel-{os.getpid()}"}
+    server = f"jackd --no-realtime -n {own['JACK_DEFAULT_SERVER']} -d dummy -r {RATE} -p 512"
+    with running(bench, server, **own):
+        wait_for(bench, "jack_lsp", "system:playback_1", own)
+        with running(bench, "jalv urn:orvel:mono", **own):
+            wait_for(bench, "jack_lsp -l", f"latency = [ {LATENCY} {LATENCY} ]", own)
 
 
 def test_pipewire_source(bench):
