@@ -50,10 +50,10 @@ class RecurrentModel:
             "layers": len(entries["WeightNonLinear"]),
         }
 
-    def mixer(self, pool: Pool, streams: int, seed) -> StreamMixer:
-        """Endless streams out of ``pool``."""
+    def mixer(self, pool: Pool, streams: int, seed, kind: type = StreamMixer) -> StreamMixer:
+        """Endless streams out of ``pool``; ``kind`` may be DeviceMixer."""
         odds = {k: v for k, v in self.config["training"].items() if k in MIXES}
-        return StreamMixer(pool, streams, self.step, seed, **odds)
+        return kind(pool, streams, self.step, seed, **odds)
 
     def init(self, rng: np.random.Generator) -> dict:
         """Random parameters."""

@@ -39,11 +39,6 @@ def test_cut_share_counts_lowered_speech_frames(lowered_by, share):
     assert measures.cut_share(out, clean, RATE) == pytest.approx(share, abs=0.011)
 
 
-def test_cut_share_ignores_pauses():
-    clean = talk()
-    assert measures.cut_share(np.where(clean == 0.0, 0.0, clean), clean, RATE) == 0.0
-
-
 def test_pause_attenuation_measures_the_pauses_alone():
     clean = talk()
     noisy = clean + noise(4.0, 5) * 0.1

@@ -40,8 +40,8 @@ class Bench:
     def __init__(self, folder: Path):
         self.folder = folder
         self.prefix = folder / ".local"  # as in the documents
-        for part in ("ladspa", "lv2", "plugins", "models"):
-            self.run(f"cmake --install {BUILD} --prefix {self.prefix} --component {part}")
+        for part in ("ladspa", "lv2", "models"):
+            self.run(f"cmake --install {BUILD} --prefix {self.prefix} --component orvel-{part}")
         self.speech = load_speech()[: SECONDS * RATE]
         noise = ventilation(len(self.speech))
         write_wav(folder / "in.wav", self.speech + noise * (0.4 * np.std(self.speech) / np.std(noise)))
