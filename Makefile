@@ -18,7 +18,7 @@ ARGS ?=
 export WERROR
 PYTHON := .venv/bin/python
 
-.PHONY: help setup build free packages packages-check site demo test test-all bench bench-server bench-peers soak memcheck fuzz mutants torture evaluate \
+.PHONY: help setup build free plugins plugin-test packages packages-check site demo test test-all bench bench-server bench-peers soak memcheck fuzz mutants torture evaluate \
         train format format-check lint install clean
 
 help: ## Show this list
@@ -34,6 +34,14 @@ build: setup ## Build the library, the command and the tests (PRESET=release)
 free: ## Build the library from permissively licensed parts only (build/free), list them
 	@scripts/setup free
 	@scripts/free
+
+plugins: ## Build and install the LADSPA and LV2 plugins with the models (PREFIX, DESTDIR)
+	@scripts/setup plugins
+	@scripts/plugins "$(PREFIX)"
+
+plugin-test: ## Build the plugins and test them, in Debian's hosts too
+	@scripts/setup plugins hosts test
+	@scripts/test plugins
 
 packages: ## Build and check the Debian packages and a relocatable archive, of the free build (build/package/packages)
 	@scripts/setup free package

@@ -27,6 +27,7 @@ NOT_RUN = [
     (r"\.ci/run|scripts/|bench/run", "script", "builds, measures or fuzzes for minutes to hours"),
     (r"python -m samples", "source", "measures for a minute with packages of the demo"),
     (r"python -m (training|evaluation)", "module", "needs recordings that are not part of the project"),
+    (r"(LADSPA_PATH=\S+ )?pipewire|gst-launch-1.0|ffmpeg .*=orvel", "hosts", "tests/plugins runs it in the program"),
     (r"cmake --preset|cmake --build --preset|ctest --preset", "preset", "builds everything"),
 ]
 # Programs that stand in for those that need a sound card, or packages that nothing else here needs.
@@ -112,6 +113,8 @@ def check_instead(how, command, block):
         if "train" in targets:
             settings = settings or ["MODEL=orvel-16k", "DATA=folder"]
         run(shlex.join(["make", "-n", *settings, *(targets or ["help"])]), ROOT)
+    elif how == "hosts":
+        assert block.document == "docs/plugins.md", f"{block}: tests/plugins reads docs/plugins.md only"
     elif how == "preset":
         presets = re.findall(r'"name": "([a-z-]+)"', (ROOT / "CMakePresets.json").read_text())
         for preset in re.findall(r"--preset (\S+)", command):
