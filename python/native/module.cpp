@@ -51,6 +51,8 @@ void cleanArrays(const std::vector<Cleaner*>& sessions, const std::vector<Sample
 }  // namespace
 
 NB_MODULE(_native, module) {
+  // The shipped models stay loaded until the process ends.
+  nb::set_leak_warnings(false);
   nb::exception<Refused>(module, "OrvelError", PyExc_RuntimeError).doc() =
       "The library refused a call; the message is its reason.";
 

@@ -21,6 +21,7 @@ from orvel.streams import Cleaner, run_together
 
 LOWEST_RATE, HIGHEST_RATE = 8000, 192000
 BLOCK_SECONDS = 10
+_FORMATS = {".oga": "OGG", ".opus": "OGG", ".aif": "AIFF"}
 # Resampled streams may come out some samples short at their end.
 _SPARE = 256
 
@@ -171,15 +172,16 @@ def clean_file(
         if not source.frames:
             raise ValueError(f"{os.fspath(src)}: holds no audio")
         recording = Recording(source.samplerate, source.channels, **options)
-        with writer_like(source, part, Path(dst).suffix) as target, _bar(source.frames / source.samplerate, progress) as advance:
+        length = source.frames / source.samplerate
+        with writer_like(source, part, Path(dst).suffix) as target, _bar(length, progress) as advance:
             for block, last in blocks_of(source):
                 target.write(clean_blocks([recording], [block], [last])[0].T)
                 advance(block.shape[1] / source.samplerate)
 
 
-def blocks_of(source: soundfile.SoundFile) -> Iterator[tuple[Floats, bool]]:
+def blocks_of(source: soundfile.SoundFile, seconds: int = BLOCK_SECONDS) -> Iterator[tuple[Floats, bool]]:
     """(channels, samples) blocks of an open file, each with whether it is the last; ValueError for NaN samples."""
-    size = BLOCK_SECONDS * source.samplerate
+    size = seconds * source.samplerate
     block = source.read(size, dtype="float32", always_2d=True)
     while len(block):
         following = source.read(size, dtype="float32", always_2d=True)
@@ -191,17 +193,11 @@ def blocks_of(source: soundfile.SoundFile) -> Iterator[tuple[Floats, bool]]:
 
 def writer_like(source: soundfile.SoundFile, path: Any, suffix: str) -> soundfile.SoundFile:
     """A file or stream to write, with the source's layout, in the format of the suffix."""
-    wanted = suffix.lstrip(".").upper()
-    kind = {"OGA": "OGG", "OPUS": "OGG", "AIF": "AIFF"}.get(wanted, wanted)
-    kind = source.format if soundfile.check_format(source.format, source.subtype) and kind == _family(source.format) else kind
+    kind = _FORMATS.get(suffix.lower(), suffix[1:].upper())
     if kind not in soundfile.available_formats():
         raise ValueError(f"{suffix or 'no suffix'}: not the suffix of a format that can be written")
     subtype = source.subtype if soundfile.check_format(kind, source.subtype) else soundfile.default_subtype(kind)
     return soundfile.SoundFile(path, "w", source.samplerate, source.channels, subtype, format=kind)
-
-
-def _family(name: str) -> str:
-    return "WAV" if name in ("WAVEX", "RF64") else name
 
 
 @contextmanager

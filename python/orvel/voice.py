@@ -54,22 +54,37 @@ class VoiceDetector:
         from k * 10 ms on. For a calibrated model scores lie in [0.00001, 0.99999], 0.5 is its best
         operating point. Raises ValueError as `clean`.
         """
-        return self._scores(to_floats(audio, axis)[1])
+        return self.score_blocks([(to_floats(audio, axis)[1], True)])
 
-    def _scores(self, floats: Floats) -> Floats:
-        count = -(-floats.shape[1] * 100 // self.rate)
-        mono, frame = floats.mean(axis=0), self._session.frame
-        if self._session.rate != self.rate:
-            mono = soxr.resample(mono, self.rate, self._session.rate)
-        size = (count + _LAG) * frame
-        padded = np.pad(mono[:size], (0, max(0, size - len(mono))))
+    def score_blocks(self, blocks: Iterable[tuple[Floats, bool]]) -> Floats:
+        """Scores of a recording that comes in blocks (channels, samples) of any length, each with whether it is
+        the last. Memory does not grow with the length but for the scores."""
         if not self._busy.acquire(blocking=False):
             raise RuntimeError("the VoiceDetector is in use by another thread")
         try:
             self._session.reset()
-            return self._session.process(padded)[_LAG:]
+            return self._score(blocks)
         finally:
             self._busy.release()
+
+    def _score(self, blocks: Iterable[tuple[Floats, bool]]) -> Floats:
+        frame, samples, parts = self._session.frame, 0, []
+        waiting = np.zeros(0, np.float32)
+        resampler = None
+        if self._session.rate != self.rate:
+            resampler = soxr.ResampleStream(self.rate, self._session.rate, 1, "float32")
+        for block, last in blocks:
+            samples += block.shape[1]
+            mono = block.mean(axis=0)
+            if resampler is not None:
+                mono = resampler.resample_chunk(mono, last=last)
+            if last:  # the last scores come late
+                mono = np.pad(mono, (0, (_LAG + 2) * frame))
+            waiting = np.concatenate([waiting, mono])
+            whole = len(waiting) // frame * frame
+            parts.append(self._session.process(waiting[:whole]))
+            waiting = waiting[whole:]
+        return np.concatenate(parts)[_LAG:][: -(-samples * 100 // self.rate)]
 
     def segments(
         self,
@@ -89,17 +104,39 @@ class VoiceDetector:
         shorter than `min_silence` are bridged, `padding` is added at both ends; two neighbours share a short
         gap. Raises ValueError as `clean`, and for options that are negative or not finite.
         """
-        times = {"min_speech": min_speech, "min_silence": min_silence, "padding": padding}
-        for name, value in {"threshold": threshold, **times}.items():
-            if not 0.0 <= value < np.inf:
-                raise ValueError(f"{name}: {value} is not a finite number from 0 up")
-        low = max(threshold - 0.05, 0.01) if negative_threshold is None else negative_threshold
         _, floats = to_floats(audio, axis)
-        length = round(1000.0 * floats.shape[1] / self.rate)
-        stretches = _stretches(self._scores(floats), threshold, low, round(1000.0 * min_silence))
-        clipped = [(begin, max(begin, min(end, length)), score) for begin, end, score in stretches]
-        kept = [one for one in clipped if one[1] - one[0] >= round(1000.0 * min_speech)]
-        return list(_padded(kept, round(1000.0 * padding), length))
+        return segments_of(
+            self.score_blocks([(floats, True)]),
+            floats.shape[1] / self.rate,
+            threshold=threshold,
+            negative_threshold=negative_threshold,
+            min_speech=min_speech,
+            min_silence=min_silence,
+            padding=padding,
+        )
+
+
+def segments_of(
+    scores: Iterable[float],
+    seconds: float,
+    *,
+    threshold: float = 0.55,
+    negative_threshold: float | None = None,
+    min_speech: float = 0.15,
+    min_silence: float = 0.2,
+    padding: float = 0.02,
+) -> list[Segment]:
+    """Segments from the scores of a recording that lasts so long; options and errors as `VoiceDetector.segments`."""
+    times = {"min_speech": min_speech, "min_silence": min_silence, "padding": padding}
+    for name, value in {"threshold": threshold, **times}.items():
+        if not 0.0 <= value < np.inf:
+            raise ValueError(f"{name}: {value} is not a finite number from 0 up")
+    low = max(threshold - 0.05, 0.01) if negative_threshold is None else negative_threshold
+    length = round(1000.0 * seconds)
+    stretches = _stretches(scores, threshold, low, round(1000.0 * min_silence))
+    clipped = [(begin, max(begin, min(end, length)), score) for begin, end, score in stretches]
+    kept = [one for one in clipped if one[1] - one[0] >= round(1000.0 * min_speech)]
+    return list(_padded(kept, round(1000.0 * padding), length))
 
 
 def _stretches(
