@@ -13,7 +13,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from orvel import _native
-from orvel._native import OrvelError
+from orvel._native import OrvelError as OrvelError
 from orvel.files import library_file, model_folder
 
 Floats = NDArray[np.float32]
@@ -107,8 +107,8 @@ class Library:
 
     def model(self, name: str) -> Model:
         """The properties of a loaded model; raises OrvelError when there is none of that name."""
-        kind, *own = self._context.model(name)
-        return Model(name, _KINDS[kind], *own)
+        kind, version, rate, frame_length, hop, latency, weights = self._context.model(name)
+        return Model(name, _KINDS[kind], version, rate, frame_length, hop, latency, weights)
 
     def models(self) -> list[Model]:
         """The models loaded so far, in that order."""

@@ -3,9 +3,8 @@
 from __future__ import annotations
 
 import threading
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
 from contextlib import ExitStack, contextmanager
-from collections.abc import Iterator
 
 import numpy as np
 from numpy.typing import ArrayLike

@@ -20,7 +20,6 @@ class Denoise(torch.nn.Module):
         check_rate(rate)
         self.rate, self.model, self.attenuation_limit = rate, model, attenuation_limit
 
-    @torch.no_grad()
     def forward(self, waveform: torch.Tensor) -> torch.Tensor:
         if waveform.device.type != "cpu":
             raise ValueError(f"waveform: on {waveform.device}, not on the CPU")

@@ -139,9 +139,7 @@ def segments_of(
     return list(_padded(kept, round(1000.0 * padding), length))
 
 
-def _stretches(
-    scores: Iterable[float], high: float, low: float, min_silence: int
-) -> Iterable[tuple[int, int, float]]:
+def _stretches(scores: Iterable[float], high: float, low: float, min_silence: int) -> Iterable[tuple[int, int, float]]:
     """Begin and end in ms and the mean score of stretches above the thresholds, without short pauses."""
     begin = end = 0
     inside, total = False, 0.0

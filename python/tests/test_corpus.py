@@ -147,12 +147,15 @@ def test_a_killed_worker_and_a_killed_run_lose_nothing(tree, cleaned, tmp_path):
     assert len(lines(tmp_path / "run" / "errors.jsonl")) == len(BROKEN)
 
 
-@pytest.mark.parametrize("arguments, words", [
-    (["nowhere"], "nowhere"),
-    (["{empty}"], "holds no audio"),
-    (["{tree}", "--model", "orvel-none"], "orvel-none"),
-    (["{tree}", "--attenuation-limit", "-1"], "attenuation_limit"),
-])
+@pytest.mark.parametrize(
+    "arguments, words",
+    [
+        (["nowhere"], "nowhere"),
+        (["{empty}"], "holds no audio"),
+        (["{tree}", "--model", "orvel-none"], "orvel-none"),
+        (["{tree}", "--attenuation-limit", "-1"], "attenuation_limit"),
+    ],
+)
 def test_what_cannot_be_done_is_said(arguments, words, tree, tmp_path, capsys):
     (tmp_path / "empty").mkdir()
     source, *options = [one.format(tree=tree, empty=tmp_path / "empty") for one in arguments]

@@ -118,7 +118,9 @@ class _bar:
 
         total = sum(len(unit.items) for unit in plan.units)
         done = total - sum(len(unit.items) for unit in todo.values())
-        self._bar = tqdm(total=total, initial=done, unit="shard" if plan.kind == "shards" else "file", disable=not shown)
+        self._bar = tqdm(
+            total=total, initial=done, unit="shard" if plan.kind == "shards" else "file", disable=not shown
+        )
         self._start = time.monotonic()
 
     def __enter__(self) -> Any:
@@ -196,7 +198,7 @@ def _on_ray(todo: dict[int, Unit], out: str, options: Options) -> Done:
 
     # A block for each unit: what is lost with a node is done again, and nothing else.
     dataset = ray.data.from_items(rows, override_num_blocks=max(1, len(rows))).map(transform, num_cpus=1)
-    for row in dataset.iter_rows(prefetch_batches=0):
+    for row in dataset.iter_rows():
         yield row["number"], json.loads(row["results"])
 
 

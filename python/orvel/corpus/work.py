@@ -161,7 +161,9 @@ def _scored(audio: Audio, task: Task) -> Result:
     with soundfile.SoundFile(audio.source) as source:
         if not source.frames:
             raise ValueError("holds no audio")
-        scores = VoiceDetector(source.samplerate, model=task.model).score_blocks(counted(blocks_of(source, BLOCK_SECONDS)))
+        scores = VoiceDetector(source.samplerate, model=task.model).score_blocks(
+            counted(blocks_of(source, BLOCK_SECONDS))
+        )
         seconds = source.frames / source.samplerate
     segments = [[s.start, s.end, round(s.score, 4)] for s in segments_of(scores, seconds, threshold=task.threshold)]
     text = json.dumps({"input": audio.name, "duration": seconds, "segments": segments}) + "\n"
@@ -182,5 +184,3 @@ def work_on(audios: Iterable[Audio], task: Task) -> list[Result]:
     """A result for each recording: `input` with `seconds`, mean square `before` and `after` or `speech` seconds;
     or with `error`, and then there is no output."""
     return list(WORK[task.name](audios, task))
-
-
