@@ -1,8 +1,6 @@
 # orvel_digest: SHA-256 from libmd, linked statically.
-find_path(ORVEL_MD_INCLUDE_DIR sha256.h DOC "Folder that holds libmd's sha256.h")
-find_library(ORVEL_MD_ARCHIVE NAMES libmd.a DOC "libmd.a")
-if(NOT ORVEL_MD_INCLUDE_DIR OR NOT ORVEL_MD_ARCHIVE)
-  orvel_missing("libmd (libmd-dev)")
+orvel_find(ORVEL_MD "libmd (libmd-dev)" sha256.h ARCHIVE libmd.a)
+if(NOT ORVEL_MD_FOUND)
   return()
 endif()
 set_property(GLOBAL APPEND PROPERTY ORVEL_COMPILED_IN "libmd=${ORVEL_MD_ARCHIVE}")

@@ -10,7 +10,6 @@ set(ORVEL_WEIGHT_SOURCES
   utils/native_path.cpp
   utils/regular_file.cpp
   weights/control_file.cpp
-  weights/digest.cpp
   weights/model_files.cpp
   weights/model_store.cpp
   weights/weight.cpp
@@ -23,7 +22,6 @@ set(ORVEL_SOURCES
   utils/call_scope.cpp
   utils/error_line.cpp
   utils/energy_trackers.cpp
-  utils/fft.cpp
   utils/window_generators.cpp
   noise_canceller/gain_chain.cpp
   noise_canceller/masking_cleaner.cpp
