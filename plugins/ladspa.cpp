@@ -115,7 +115,7 @@ struct Plugin {
   }
 };
 
-// Identifiers that no list of LADSPA plugins gives to another.
+// Chosen by us; nobody hands out LADSPA identifiers any more.
 constexpr unsigned long kMonoId = 5241;
 constexpr unsigned long kStereoId = 5242;
 Plugin<1>::Description mono =
