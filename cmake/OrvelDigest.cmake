@@ -1,4 +1,8 @@
 # orvel_digest: SHA-256 from libmd, linked statically.
+if(TARGET orvel_md)
+  add_library(orvel_digest ALIAS orvel_md)
+  return()
+endif()
 find_path(ORVEL_MD_INCLUDE_DIR sha256.h DOC "Folder that holds libmd's sha256.h")
 find_library(ORVEL_MD_ARCHIVE NAMES libmd.a DOC "libmd.a")
 if(NOT ORVEL_MD_INCLUDE_DIR OR NOT ORVEL_MD_ARCHIVE)

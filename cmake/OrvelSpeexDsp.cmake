@@ -1,5 +1,12 @@
-# speexdsp as sessions' resampler; the linker takes the shared library. Its header and its library are
-# looked for by themselves, so that a cross build needs no pkg-config.
+# speexdsp as sessions' resampler; the linker takes the shared library where it is not compiled here.
+set(ORVEL_RESAMPLER_SOURCES orv-sdk/speexdsp_resampler.cpp)
+if(TARGET orvel_speexdsp)
+  add_library(orvel_resample INTERFACE)
+  target_compile_definitions(orvel_resample INTERFACE ORVEL_RESAMPLER_SPEEXDSP)
+  target_link_libraries(orvel_resample INTERFACE orvel_speexdsp)
+  add_library(orvel_plain_resample ALIAS orvel_resample)
+  return()
+endif()
 find_path(ORVEL_SPEEXDSP_INCLUDE_DIR speex/speex_resampler.h DOC "Folder that holds speex/speex_resampler.h")
 find_library(ORVEL_SPEEXDSP_LIBRARY NAMES speexdsp DOC "libspeexdsp")
 add_library(orvel_resample INTERFACE)
@@ -10,6 +17,5 @@ endif()
 target_include_directories(orvel_resample SYSTEM INTERFACE "${ORVEL_SPEEXDSP_INCLUDE_DIR}")
 target_compile_definitions(orvel_resample INTERFACE ORVEL_RESAMPLER_SPEEXDSP)
 target_link_libraries(orvel_resample INTERFACE "${ORVEL_SPEEXDSP_LIBRARY}")
-set(ORVEL_RESAMPLER_SOURCES orv-sdk/speexdsp_resampler.cpp)
 # For the reference in the tests.
 add_library(orvel_plain_resample ALIAS orvel_resample)

@@ -1,7 +1,6 @@
 #include "weights/digest.h"
 
 #include <sha256.h>
-#include <sys/types.h>
 
 #include <array>
 #include <cstdint>
