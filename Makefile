@@ -18,12 +18,12 @@ ARGS ?=
 export WERROR
 PYTHON := .venv/bin/python
 
-.PHONY: help setup build free demo test test-all bench bench-server bench-peers soak memcheck fuzz mutants torture evaluate \
+.PHONY: help setup build free aarch64 wasm packages packages-check site demo test test-all bench bench-server bench-peers soak memcheck fuzz mutants torture evaluate \
         train format format-check lint install clean
 
 help: ## Show this list
 	@echo "make TARGET, where TARGET is one of"
-	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  %-13s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
+	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
 
 setup: ## Install what the build needs (Debian packages, .venv)
 	@scripts/setup build
@@ -35,10 +35,30 @@ free: ## Build the library from permissively licensed parts only (build/free), l
 	@scripts/setup free
 	@scripts/free
 
+packages: ## Build and check the Debian packages and a relocatable archive, of the free build (build/package/packages)
+	@scripts/setup free package
+	@scripts/package
+
+packages-check: packages ## Install them on a bare Debian 12, use and remove them (as root)
+	@scripts/setup debootstrap
+	@scripts/check-packages
+
+aarch64: ## Build the free library for 64-bit ARM Linux, test it under qemu (build/aarch64-linux)
+	@scripts/setup free aarch64
+	@scripts/machine aarch64-linux
+
+wasm: ## Build the WebAssembly module, test it under node (build/wasm)
+	@scripts/setup free wasm
+	@scripts/machine wasm
+
 demo: ## Build, clean a noisy recording, draw the spectrograms
 	@scripts/setup build demo
 	@scripts/build release orvel orvel_cli
 	@scripts/demo $(ARGS)
+
+site: demo ## Build the documents as a site, without the network (build/site)
+	@scripts/setup site
+	@scripts/site
 
 test: ## Build and run every test of the release build, and the documents' examples
 	@scripts/setup build test

@@ -3,10 +3,12 @@ include(CMakePackageConfigHelpers)
 set(ORVEL_INSTALL_MODELDIR "${CMAKE_INSTALL_DATADIR}/orvel/models")
 set(_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/orvel")
 
-install(TARGETS orvel EXPORT orvelTargets LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
-install(DIRECTORY include/orvel DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" FILES_MATCHING
+# Components are the Debian packages of cmake/OrvelPackages.cmake; a plain installation takes all of them.
+install(TARGETS orvel EXPORT orvelTargets
+        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT liborvel1 NAMELINK_COMPONENT liborvel-dev)
+install(DIRECTORY include/orvel DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT liborvel-dev FILES_MATCHING
         PATTERN "*.h" PATTERN "*.hpp")
-install(DIRECTORY models/ DESTINATION "${ORVEL_INSTALL_MODELDIR}" OPTIONAL FILES_MATCHING
+install(DIRECTORY models/ DESTINATION "${ORVEL_INSTALL_MODELDIR}" COMPONENT orvel-models OPTIONAL FILES_MATCHING
         PATTERN "*.bin" PATTERN "*.ctl" PATTERN "*.md")
 # The notices and licences of what is linked, and no others.
 set(_parts ${ORVEL_MATH} ${ORVEL_RESAMPLER})
@@ -22,21 +24,22 @@ execute_process(
 file(STRINGS "${_notices}" _rows REGEX "^[|].*`licenses/")
 string(REGEX MATCHALL "licenses/[A-Za-z0-9.-]+" _licenses "${_rows}")
 list(REMOVE_DUPLICATES _licenses)
-install(FILES LICENSE NOTICE "${_notices}" DESTINATION "${CMAKE_INSTALL_DOCDIR}")
-install(FILES ${_licenses} DESTINATION "${CMAKE_INSTALL_DOCDIR}/licenses")
+install(FILES LICENSE NOTICE "${_notices}" DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT notices)
+install(FILES ${_licenses} DESTINATION "${CMAKE_INSTALL_DOCDIR}/licenses" COMPONENT notices)
 if(ORVEL_MKL_NOTICES)
   install(FILES ${ORVEL_MKL_NOTICES} DESTINATION "${CMAKE_INSTALL_DOCDIR}/licenses"
-          RENAME mkl-third-party-programs.txt)
+          COMPONENT notices RENAME mkl-third-party-programs.txt)
 endif()
 
-install(EXPORT orvelTargets NAMESPACE orvel:: DESTINATION "${_package_dir}")
+install(EXPORT orvelTargets NAMESPACE orvel:: DESTINATION "${_package_dir}" COMPONENT liborvel-dev)
 configure_package_config_file(
   cmake/orvelConfig.cmake.in "${PROJECT_BINARY_DIR}/orvelConfig.cmake"
   INSTALL_DESTINATION "${_package_dir}" PATH_VARS ORVEL_INSTALL_MODELDIR)
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/orvelConfigVersion.cmake"
                                  COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/orvelConfig.cmake"
-              "${PROJECT_BINARY_DIR}/orvelConfigVersion.cmake" DESTINATION "${_package_dir}")
+              "${PROJECT_BINARY_DIR}/orvelConfigVersion.cmake" DESTINATION "${_package_dir}"
+        COMPONENT liborvel-dev)
 
 # orvel.pc finds its prefix from its own place, so an installed tree can be moved. GNUInstallDirs may
 # hold absolute folders: only relative ones hang below ${prefix}.
@@ -55,9 +58,10 @@ if(NOT IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
   set(ORVEL_PC_PREFIX "\${pcfiledir}/${_up}")
 endif()
 configure_file(cmake/orvel.pc.in "${PROJECT_BINARY_DIR}/orvel.pc" @ONLY)
-install(FILES "${PROJECT_BINARY_DIR}/orvel.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+install(FILES "${PROJECT_BINARY_DIR}/orvel.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
+        COMPONENT liborvel-dev)
 
-# Last: a bill of materials of what was installed.
+# Last: a bill of materials of what was installed; each Debian package has its own.
 get_property(_parts GLOBAL PROPERTY ORVEL_COMPILED_IN)
 list(TRANSFORM _parts PREPEND "--compiled-in=")
 install(
@@ -65,7 +69,11 @@ install(
   set(_root \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
   list(TRANSFORM CMAKE_INSTALL_MANIFEST_FILES PREPEND \"\$ENV{DESTDIR}\" OUTPUT_VARIABLE _files)
   list(JOIN _files \"\n\" _files)
-  cmake_path(APPEND CMAKE_INSTALL_PREFIX \"${CMAKE_INSTALL_DOCDIR}/orvel.spdx.json\" OUTPUT_VARIABLE _sbom)
+  set(_docs \"${CMAKE_INSTALL_DOCDIR}\")
+  if(CMAKE_INSTALL_COMPONENT)
+    set(_docs \"${CMAKE_INSTALL_DATADIR}/doc/\${CMAKE_INSTALL_COMPONENT}\")
+  endif()
+  cmake_path(APPEND CMAKE_INSTALL_PREFIX \"\${_docs}/orvel.spdx.json\" OUTPUT_VARIABLE _sbom)
   set(_list \"\$ENV{DESTDIR}\${_sbom}.files\")
   file(WRITE \"\${_list}\" \"\${_files}\n\")
   execute_process(
@@ -74,4 +82,4 @@ install(
     COMMAND_ERROR_IS_FATAL ANY)
   file(REMOVE \"\${_list}\")
   message(STATUS \"Installing: \$ENV{DESTDIR}\${_sbom}\")
-  list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${_sbom}\")")
+  list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${_sbom}\")" ALL_COMPONENTS)

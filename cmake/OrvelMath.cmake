@@ -6,7 +6,7 @@
 set(ORVEL_MATH "mkl" CACHE STRING "Arithmetic: mkl or portable")
 set_property(CACHE ORVEL_MATH PROPERTY STRINGS mkl portable)
 
-set(ORVEL_MATH_SOURCES utils/kernels/kernel_sets.cpp utils/kernels/panel_product.cpp)
+set(ORVEL_MATH_SOURCES utils/kernels/kernel_sets.cpp)
 add_library(orvel_math INTERFACE)
 
 # orvel_kernels(NAME OPTION...): the kernels compiled with these options.

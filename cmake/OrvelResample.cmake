@@ -1,10 +1,8 @@
 # orvel_resample: Debian's static libresample with its calls of malloc, free and its message redirected to
 # orv-sdk/resample_memory.cpp, which checks what libresample does not. orvel_plain_resample: as it is, for
 # the reference in the tests.
-find_path(ORVEL_RESAMPLE_INCLUDE_DIR libresample.h DOC "Folder that holds libresample.h")
-find_library(ORVEL_RESAMPLE_ARCHIVE NAMES libresample.a DOC "libresample.a")
-if(NOT ORVEL_RESAMPLE_INCLUDE_DIR OR NOT ORVEL_RESAMPLE_ARCHIVE)
-  orvel_missing("libresample (libresample1-dev)")
+orvel_find(ORVEL_RESAMPLE "libresample (libresample1-dev)" libresample.h ARCHIVE libresample.a)
+if(NOT ORVEL_RESAMPLE_FOUND)
   return()
 endif()
 set_property(GLOBAL APPEND PROPERTY ORVEL_COMPILED_IN "libresample=${ORVEL_RESAMPLE_ARCHIVE}")

@@ -22,7 +22,6 @@ set(ORVEL_WEIGHT_SOURCES
   utils/native_path.cpp
   utils/posix/regular_file.cpp
   weights/control_file.cpp
-  weights/digest.cpp
   weights/model_files.cpp
   weights/model_store.cpp
   weights/weight.cpp
@@ -34,7 +33,6 @@ set(ORVEL_SOURCES
   ${ORVEL_MATH_SOURCES}
   ${ORVEL_PLATFORM_SOURCES}
   utils/energy_trackers.cpp
-  utils/fft.cpp
   utils/window_generators.cpp
   noise_canceller/gain_chain.cpp
   noise_canceller/masking_cleaner.cpp

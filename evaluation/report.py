@@ -13,6 +13,7 @@ from orvel import Model
 SECTIONS = {
     "quality": "rows",
     "words": "words",
+    "situations": "situations",
     "voice": "voice",
     "segments": "segments",
     "stream": "long",
@@ -115,6 +116,22 @@ def _words(results: dict) -> str:
         f"## Recognised words\n\nWord errors of pocketsphinx on {results['words_pairs']} of the pairs at 16 kHz, "
         "against the words that it\nfinds in the clean speech. No loss and no choice of a model knows it.\n\n"
         + table(["", "word errors %"], rows)
+    )
+
+
+def _situations(results: dict) -> str:
+    clips = results.get("situations")
+    if not clips:
+        return ""
+    names, systems = list(clips[0]), list(clips[0][next(iter(clips[0]))])
+    lines = []
+    for system in systems:
+        values = [[clip[name][system] for clip in clips] for name in names]
+        lines.append([system, *(f"{sum(own) / len(own):.1f} / {min(own):.1f}" for own in values)])
+    return (
+        f"## Noise without speech\n\nBy how many dB it comes out lower, mean / least of {len(clips)} clips at 16 kHz: "
+        "steady noise 5 dB below\nspeech from the first sample of a stream on; keystrokes behind the last word; "
+        "generated music.\n\n" + table(["", *names], lines)
     )
 
 
@@ -244,6 +261,7 @@ def text(results: dict) -> str:
     parts = [
         _quality(results),
         _words(results),
+        _situations(results),
         _voice(results),
         _segments(results),
         _stream(results),

@@ -19,6 +19,7 @@ from training.corpus import list_files
 EXAMPLES = 10
 WIDE_CLIPS = 12
 WORD_PAIRS = 20
+SITUATION_CLIPS = 12
 OLDER_SHARE = 3  # older versions are measured on every third clip
 SECONDS_BETWEEN_LINES = 5.0
 
@@ -149,7 +150,7 @@ def add_counts(parts: list[dict[str, tuple[int, int]]]) -> dict[str, tuple[int, 
 def measure_all(settings: Settings, models: list[Model], say: Callable[[str], None]) -> dict:
     """The results of every section asked for; `roc` and `examples` hold arrays for pictures."""
     wants = settings.sections.__contains__
-    needs_pairs = settings.sections & {"quality", "words", "pictures", "stream"}
+    needs_pairs = settings.sections & {"quality", "words", "situations", "pictures", "stream"}
     sets = pair_sets(settings, models, say) if needs_pairs else {}
     main = sets.get(work.MAIN_RATE, [])
     current, older = work.cleaners(models), work.cleaners(models, older=True)
@@ -170,6 +171,8 @@ def measure_all(settings: Settings, models: list[Model], say: Callable[[str], No
             wide = [submit(work.wide_band_task, f, wide[0]) for f in wide[:WIDE_CLIPS]]
         if wants("words"):
             heard = [submit(work.words_task, f, main[0]) for f in main[:WORD_PAIRS]]
+        if wants("situations"):
+            situated = [submit(work.situations_task, f, main[0], i) for i, f in enumerate(main[:SITUATION_CLIPS])]
         if wants("pictures"):
             ours = [model.name for model in current if model.rate == work.MAIN_RATE][:1]
             examples = [submit(work.example_task, f, name) for name in ours for f in main[:EXAMPLES]]
@@ -194,6 +197,8 @@ def measure_all(settings: Settings, models: list[Model], say: Callable[[str], No
             results["wide"] = _flat(wide)
         if wants("words"):
             results |= {"words": add_counts([future.result() for future in heard]), "words_pairs": len(heard)}
+        if wants("situations"):
+            results["situations"] = [future.result() for future in situated]
         if wants("pictures"):
             results["examples"] = [future.result() for future in examples]
             results["example_model"] = ", ".join(ours)

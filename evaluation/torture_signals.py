@@ -10,11 +10,11 @@ Signal = Callable[[np.ndarray, int, np.random.Generator, np.ndarray], np.ndarray
 """Time in s, rate in Hz, random numbers, some speech; gives samples, full scale 1."""
 
 
-def _noise(time: np.ndarray, rate: int, random: np.random.Generator, slope: float) -> np.ndarray:
+def coloured_noise(count: int, rate: int, random: np.random.Generator, slope: float) -> np.ndarray:
     """Noise whose power falls with frequency to the power `slope`, about -20 dB."""
-    spectrum = np.fft.rfft(random.standard_normal(len(time)))
-    frequency = np.maximum(np.fft.rfftfreq(len(time), 1.0 / rate), 20.0)
-    noise = np.fft.irfft(spectrum * frequency ** (-slope / 2.0), len(time))
+    spectrum = np.fft.rfft(random.standard_normal(count))
+    frequency = np.maximum(np.fft.rfftfreq(count, 1.0 / rate), 20.0)
+    noise = np.fft.irfft(spectrum * frequency ** (-slope / 2.0), count)
     return 0.1 * noise / np.sqrt(np.mean(noise**2))
 
 
@@ -24,7 +24,7 @@ def _sweep(time: np.ndarray, low: float, high: float, seconds: float) -> np.ndar
     return np.sin(2 * np.pi * low * seconds / ratio * np.expm1(time % seconds / seconds * ratio))
 
 
-def _chords(time: np.ndarray, rate: int) -> np.ndarray:
+def chords(time: np.ndarray, rate: int) -> np.ndarray:
     """Four struck chords in turn, each of three notes with harmonics that die away."""
     out, each = np.zeros(len(time)), time % 1.5
     for index, root in enumerate((220.0, 174.6, 130.8, 196.0)):
@@ -68,15 +68,19 @@ SIGNALS: dict[str, Signal] = {
     "clicks, 200 a second": lambda t, rate, random, speech: _clicks(t, rate, random, 200.0),
     "white noise, full scale": lambda t, rate, random, speech: np.clip(random.standard_normal(len(t)), -1.0, 1.0),
     "white noise, -70 dB": lambda t, rate, random, speech: 3e-4 * random.standard_normal(len(t)),
-    "pink noise": lambda t, rate, random, speech: _noise(t, rate, random, 1.0),
-    "rumble": lambda t, rate, random, speech: 3.0 * _noise(t, rate, random, 4.0),
+    "pink noise": lambda t, rate, random, speech: coloured_noise(len(t), rate, random, 1.0),
+    "rumble": lambda t, rate, random, speech: 3.0 * coloured_noise(len(t), rate, random, 4.0),
     "hum": lambda t, rate, random, speech: 0.1 * sum(np.sin(100 * np.pi * k * t) / k for k in range(1, 11)),
-    "noise, 4 Hz": lambda t, rate, random, speech: _noise(t, rate, random, 0.5) * (1.0 + np.sin(8 * np.pi * t)),
-    "level jumps of 60 dB": lambda t, rate, random, speech: (
-        _noise(t, rate, random, 0.5) * np.where(t % 2 < 1, 4.0, 4e-3)
+    "noise, 4 Hz": lambda t, rate, random, speech: (
+        coloured_noise(len(t), rate, random, 0.5) * (1.0 + np.sin(8 * np.pi * t))
     ),
-    "noise fading": lambda t, rate, random, speech: _noise(t, rate, random, 0.5) * 10 ** (-3.0 * (t % 12.0) / 12.0),
-    "chords": lambda t, rate, random, speech: _chords(t, rate),
-    "drums": lambda t, rate, random, speech: 8 * _noise(t, rate, random, 1.0) * np.exp(-40.0 * (t % 0.25)),
+    "level jumps of 60 dB": lambda t, rate, random, speech: (
+        coloured_noise(len(t), rate, random, 0.5) * np.where(t % 2 < 1, 4.0, 4e-3)
+    ),
+    "noise fading": lambda t, rate, random, speech: (
+        coloured_noise(len(t), rate, random, 0.5) * 10 ** (-3.0 * (t % 12.0) / 12.0)
+    ),
+    "chords": lambda t, rate, random, speech: chords(t, rate),
+    "drums": lambda t, rate, random, speech: 8 * coloured_noise(len(t), rate, random, 1.0) * np.exp(-40.0 * (t % 0.25)),
     "babble": lambda t, rate, random, speech: _babble(random, speech, len(t)),
 }

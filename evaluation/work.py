@@ -14,7 +14,7 @@ from pathlib import Path
 
 import numpy as np
 
-from evaluation import judges, quality, segments, stability, voice
+from evaluation import judges, quality, segments, situations, stability, voice
 from evaluation.detectors import (
     OrvelDetector,
     RNNoiseDetector,
@@ -154,6 +154,13 @@ def words_task(files: PairFiles, speech: PairFiles) -> dict[str, tuple[int, int]
         words = workshop.recogniser.words(system.clean_file(pair.noisy, pair.rate), pair.rate)
         counts[system.name] = (judges.word_errors(words, reference), len(reference))
     return counts
+
+
+def situations_task(files: PairFiles, speech: PairFiles, seed: int) -> dict:
+    """Noise first, typing and music through all systems, with the speech of one pair."""
+    pair = files.load()
+    systems = workshop.suppressors(pair.rate, True, speech.load().clean)
+    return situations.reductions(systems, pair.clean, pair.rate, seed)
 
 
 def voice_task(files: PairFiles) -> dict:

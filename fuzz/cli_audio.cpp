@@ -98,7 +98,9 @@ void process(AudioSource& source, World& world) {
     in += frames;
     const std::span<const float> samples(block.data(), frames * channels);
     output.clear();
-    cleaner.push(samples, output);
+    const orvel::StreamCleaner::Block due = cleaner.push(samples);
+    orvel::StreamCleaner::process(std::span(&due, 1));
+    cleaner.collect(output);
     requireFinite(output);
     sink->write(output);
     out += output.size();

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "utils/arithmetic.h"
-#include "utils/finite.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 

@@ -7,7 +7,7 @@
 
 #include "noise_canceller/masking_cleaner.h"
 #include "noise_canceller/vad_cleaner_v0_0_1.h"
-#include "utils/finite.h"
+#include "utils/arithmetic.h"
 #include "utils/orvel_exception.h"
 
 namespace ORVEL::NOISE_CANCELLER {

@@ -62,6 +62,7 @@ void processHops(std::span<const Member> members) {
   }
 }
 
+// The frames of the places from `first` to before `end`, whose sessions join the batch of that number.
 template <class Sample>
 void cleanGroup(const Batch<Sample>& batch, std::uint64_t number, std::uint32_t first,
                 std::uint32_t end, const char* mismatch) {
@@ -69,13 +70,13 @@ void cleanGroup(const Batch<Sample>& batch, std::uint64_t number, std::uint32_t 
   std::size_t size = 0;
   for (std::uint32_t i = first; i < end; ++i) {
     const OpenSession open = SessionTable::get().find(batch.sessions[i]);
-    if (open.session == nullptr || open.kind != SessionKind::kNoiseCleaning) {
+    if (!fits(open, SessionKind::kNoiseCleaning)) {
       batch.statuses[i] = refuseHandle(open, SessionKind::kNoiseCleaning);
+    } else if (!open.session->joins(number)) {
+      batch.statuses[i] = refuseRepeated(open);
     } else if (!open.session->accepts(batch.inputs[i], batch.inputCounts[i], batch.outputs[i],
                                       batch.outputCounts[i])) {
       batch.statuses[i] = statusOf(FrameResult::kRefused, open, Refusal::kFrame, mismatch);
-    } else if (!open.session->joins(number)) {
-      batch.statuses[i] = refuseRepeated(open);
     } else {
       open.session->begin(batch.inputs[i]);
       members[size++] = {open, i};
@@ -112,8 +113,10 @@ int cleanBatch(const Batch<Sample>& batch, const char* mismatch) noexcept {
           cleanGroup(batch, number, first, end, mismatch);
           return kSuccess;
         },
-        [](const char* text, const char* /*message*/) noexcept {
-          UTILS::writeErrorLine({text, "\n"});
+        [&](const char* text, const char* message) noexcept {
+          for (std::uint32_t i = first; i < end; ++i) {
+            reportFailure(SessionTable::get().find(batch.sessions[i]).context, text, message);
+          }
         },
         [&](Status status) -> int {
           std::fill(batch.statuses + first, batch.statuses + end, status);

@@ -6,6 +6,7 @@
 
 #include "orv-sdk/context.h"
 #include "orv-sdk/instance.h"
+#include "utils/error_line.h"
 
 namespace ORVEL {
 
@@ -55,9 +56,9 @@ class Digits {
 
 }  // namespace
 
-int refuseHandle(const OpenSession& open, SessionKind wanted) noexcept {
+int refuseHandle(const OpenSession& open, WantedKind wanted) noexcept {
   const bool isOpen = open.session != nullptr;
-  rememberRefusal(open.context, isOpen ? wrongKind(wanted) : Refusal::kUnknownHandle);
+  rememberRefusal(open.context, isOpen && wanted ? wrongKind(*wanted) : Refusal::kUnknownHandle);
   if (open.context != kGlobalInstance) {
     return kWrongSession;
   }
@@ -90,6 +91,14 @@ static int refuseFrame(const OpenSession& open, Refusal refusal, const char* tex
                            "\n output size must be ", Digits(output).text(), "\n"});
   }
   return kRejected;
+}
+
+void reportFailure(ContextId context, const char* text, const char* message) noexcept {
+  if (context == kGlobalInstance) {
+    UTILS::writeErrorLine({text, "\n"});
+  } else {
+    rememberFailure(context, message);
+  }
 }
 
 int statusOf(FrameResult result, const OpenSession& open, Refusal refusal,

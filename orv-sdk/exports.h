@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <new>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -9,7 +10,6 @@
 #include "orv-sdk/session_table.h"
 #include "utils/call_scope.h"
 #include "utils/diagnostics.h"
-#include "utils/error_line.h"
 #include "utils/orvel_exception.h"
 
 /** What the exported functions share: status codes, catching, and the way from a handle to its session. */
@@ -61,27 +61,35 @@ int guardedStatus(Body&& body) noexcept {
       [](Status status) -> int { return status; });
 }
 
-/** Refuses a handle that leads to no session of the kind; says so for those of the global instance. */
-int refuseHandle(const OpenSession& open, SessionKind wanted) noexcept;
+/** The kind of session that a function is for. */
+using WantedKind = std::optional<SessionKind>;
+inline constexpr WantedKind kAnyKind = std::nullopt;
+
+/** Whether the handle leads to a session of the kind. */
+inline bool fits(const OpenSession& open, WantedKind wanted) noexcept {
+  return open.session != nullptr && open.kind == wanted.value_or(open.kind);
+}
+
+/** Refuses a handle that does not; says so for those of the global instance. */
+int refuseHandle(const OpenSession& open, WantedKind wanted) noexcept;
 
 /** Refuses a session that the batch has already. */
 int refuseRepeated(const OpenSession& open) noexcept;
 
+/** Says why a call on a session failed: on standard error, or to Orv_Context_LastError for a context's. */
+void reportFailure(ContextId context, const char* text, const char* message) noexcept;
+
 /** Runs the body with the open session of that kind; allocates and locks nothing of its own. */
 template <class Body>
-int withSession(void* handle, SessionKind kind, Body&& body) noexcept {
+int withSession(void* handle, WantedKind wanted, Body&& body) noexcept {
   const OpenSession open = SessionTable::get().find(handle);
-  if (open.session == nullptr || open.kind != kind) {
-    return refuseHandle(open, kind);
+  if (!fits(open, wanted)) {
+    return refuseHandle(open, wanted);
   }
   const UTILS::FloatingPointMode mode(UTILS::FloatingPointMode::Denormals::kKept);
   return guarded<int>([&]() -> int { return body(open); },
                       [&](const char* text, const char* message) noexcept {
-                        if (open.context == kGlobalInstance) {
-                          UTILS::writeErrorLine({text, "\n"});
-                        } else {
-                          rememberFailure(open.context, message);
-                        }
+                        reportFailure(open.context, text, message);
                       },
                       [](Status status) -> int { return status; });
 }

@@ -24,7 +24,8 @@ enum class Refusal : std::uint32_t {
 };
 
 /**
- * Keeps the reason of a refused frame in the thread's static storage, with the frame sizes of the session. A thread keeps those of the last four contexts in which it had one. Real-time safe.
+ * Keeps the reason of a refused frame in the thread's static storage, with the frame sizes of the session.
+ * A thread keeps those of the last four contexts in which it had one. Real-time safe.
  */
 void rememberRefusal(ContextId context, Refusal refusal, std::uint32_t inputSize = 0,
                      std::uint32_t outputSize = 0) noexcept;

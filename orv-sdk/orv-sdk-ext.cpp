@@ -13,6 +13,21 @@ namespace ORVEL {
 
 namespace {
 
+/**
+ * Fills a structure that begins with its own size, set by the caller, as far as that goes. False when it is
+ * null or shorter than `least`, which every version has; nothing is asked of `values` then.
+ */
+template <class Struct, class Values>
+bool give(Struct* to, size_t least, Values&& values) {
+  if (to == nullptr || to->size < least) {
+    return false;
+  }
+  Struct whole = values();
+  whole.size = to->size;
+  std::memcpy(to, &whole, std::min<size_t>(whole.size, sizeof whole));
+  return true;
+}
+
 template <class Sample>
 int scoreFrame(void* session, const Sample* input, uint32_t inputCount, float* score,
                const char* mismatch) noexcept {
@@ -138,21 +153,17 @@ int Orv_VAD_ResetSession(void* session) {
 }
 
 int Orv_Session_GetStatistics(void* session, OrvSessionStatistics* statistics) {
-  const auto give = [&](const OpenSession& open) -> int {
-    constexpr size_t kLeast = offsetof(OrvSessionStatistics, failedFrames);
-    if (statistics == nullptr || statistics->size < kLeast) {
+  return withSession(session, kAnyKind, [&](const OpenSession& open) -> int {
+    const auto counted = [&] {
+      const auto counts = open.session->counts();
+      return OrvSessionStatistics{0, 0, counts.calls, counts.failures, counts.resets};
+    };
+    if (!give(statistics, offsetof(OrvSessionStatistics, failedFrames), counted)) {
       rememberRefusal(open.context, Refusal::kNullResult);
       return kRejected;
     }
-    const auto counts = open.session->counts();
-    const OrvSessionStatistics result{statistics->size, 0, counts.calls, counts.failures,
-                                      counts.resets};
-    std::memcpy(statistics, &result, std::min<size_t>(statistics->size, sizeof result));
     return kSuccess;
-  };
-  const OpenSession open = SessionTable::get().find(session);
-  return withSession(session, open.session == nullptr ? SessionKind::kNoiseCleaning : open.kind,
-                     give);
+  });
 }
 
 const char* Orv_SDK_GetVersion() { return ORV_VERSION_STRING; }
@@ -240,15 +251,11 @@ const char* Orv_Context_LastError(void* context) {
 
 int Orv_Context_GetModelInfo(void* context, const char* modelName, OrvModelInfo* info) {
   return withContext(context, [&](Context& known) -> int {
-    // What the first members of the structure take: size, kind and version.
-    constexpr size_t kLeast = offsetof(OrvModelInfo, sampleRate);
-    if (info == nullptr || info->size < kLeast) {
+    const auto properties = [&] { return known.modelInfo(modelName); };
+    if (!give(info, offsetof(OrvModelInfo, sampleRate), properties)) {
       fail(known.id(), &known, "the structure for the model's properties is null or too small");
       return kRejected;
     }
-    OrvModelInfo result = known.modelInfo(modelName);
-    result.size = info->size;
-    std::memcpy(info, &result, std::min<size_t>(info->size, sizeof result));
     return kSuccess;
   });
 }

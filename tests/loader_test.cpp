@@ -164,12 +164,5 @@ TEST_F(Loader, DirectoriesAndAbsolutePaths) {
   }
 }
 
-TEST_F(Loader, ManyKeysAreTaken) {
-  std::string many = "WEIGHT voices.bin\n";
-  for (int i = 0; i < 20000; ++i)
-    many.append("KEY" + std::to_string(i) + " 1\n");
-  EXPECT_EQ(load(many, "many"), 0);
-}
-
 }  // namespace
 }  // namespace orvel_test

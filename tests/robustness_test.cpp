@@ -1,7 +1,6 @@
 // Hostile audio and weights through whole sessions; threads that a session starts.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <xmmintrin.h>
 
 #include <filesystem>
 #include <limits>
@@ -99,36 +98,6 @@ TEST(HostileWeights, AnyValuesGiveAFrameInFullScale) {
         }
       }
     }
-  }
-}
-
-// The thread's floating-point mode is the same after every call.
-TEST(FloatingPoint, ModeComesBack) {
-  constexpr unsigned kUsual = 0x1F80, kTowardsZero = 0x6000, kFlush = 0x8040, kMode = 0xFFC0;
-  orvel::Library library;
-  load(library, "cleaner", makeModel({.version = "0.0.5", .compress = 2}));
-  load(library, "voice", makeVadModel(16000));
-  const std::vector<float> input = toFloat(speechLike(48000, 0.1));
-  for (const unsigned mode : {kUsual, kUsual | kTowardsZero, kUsual | kFlush}) {
-    orvel::Cleaner cleaner(library, {.inputRate = 48000, .model = "cleaner"});
-    orvel::Detector detector(library, {.rate = 48000, .model = "voice"});
-    std::vector<float> out(480);
-    std::vector<unsigned> after;
-    const unsigned before = _mm_getcsr();
-    for (size_t at = 0; at + 480 <= input.size(); at += 480) {
-      const auto frame = std::span<const float>(input).subspan(at, 480);
-      _mm_setcsr(mode);
-      cleaner.process(frame, std::span(out));
-      after.push_back(_mm_getcsr());
-      _mm_setcsr(mode);
-      detector.process(frame);
-      after.push_back(_mm_getcsr());
-    }
-    cleaner.reset();
-    after.push_back(_mm_getcsr());
-    _mm_setcsr(before);
-    for (const unsigned one : after)
-      ASSERT_EQ(one & kMode, mode);
   }
 }
 

@@ -1,5 +1,5 @@
-// The table of tuning keys: what is read, checked and printed, against the plain reference; and what
-// the table says to users.
+// The table of tuning keys: what is read, checked and printed, against the plain reference. What it says to
+// users, cli/test_info.py shows.
 #include "noise_canceller/tuning_key_table.h"
 
 #include "tests/reference/settings.h"
@@ -9,13 +9,11 @@
 namespace orvel_test {
 namespace {
 
-using ORVEL::NOISE_CANCELLER::acceptedValues;
 using ORVEL::NOISE_CANCELLER::findTuningKey;
 using ORVEL::NOISE_CANCELLER::fullName;
 using ORVEL::NOISE_CANCELLER::Key;
 using ORVEL::NOISE_CANCELLER::KeyKind;
 using ORVEL::NOISE_CANCELLER::TuningKey;
-using ORVEL::NOISE_CANCELLER::tuningKey;
 using ORVEL::NOISE_CANCELLER::tuningKeys;
 
 // Every number of every version at values around all bounds, with all switches on and off.
@@ -63,22 +61,6 @@ TEST(TuningKeys, AreFoundByTheirFullNamesOnly) {
     EXPECT_EQ(findTuningKey(key.stem), nullptr);
   }
   EXPECT_EQ(findTuningKey("ORVEL_SMOOT_COEF_v0_0_9"), nullptr);
-}
-
-TEST(TuningKeys, SayWhatTheyAccept) {
-  const std::pair<Key, const char*> rows[] = {
-      {Key::kSmoothing, "0 < x <= 1, default 1"},
-      {Key::kRescale, "TRUE or off, default TRUE"},
-      {Key::kWindowAfterKind,
-       "TRIANGL or HAMMING, default TRIANGL; read only with ORVEL_ENABLE_WINDOW_AFTER on"},
-      {Key::kClipFixPoint,
-       "1 to 32768, default 25000; whole in versions 0.0.1, 0.0.2; read only with "
-       "ORVEL_ENABLE_CLIP_FIX on in versions 0.0.1, 0.0.2"},
-      {Key::kVolumeUpPercent, "0 < x < 200, default none; read only with ORVEL_VOLUME_UP on"},
-      {Key::kCompressRate, "a whole number, default 1 in version 0.0.4, 2 in version 0.0.5"},
-  };
-  for (const auto& [key, text] : rows)
-    EXPECT_EQ(acceptedValues(tuningKey(key)), text);
 }
 
 }  // namespace

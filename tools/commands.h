@@ -36,11 +36,25 @@ struct VadOptions {
   StreamOptions stream;
 };
 
+struct ReportCommandOptions {
+  std::string noisy;
+  std::optional<std::string> cleaned;  ///< none: the noisy recording is cleaned
+  std::string output;
+  double start = 0.0;              ///< seconds into the recording
+  std::optional<double> duration;  ///< seconds; none: to the end
+  bool force = false;
+  std::optional<float> attenuationLimitDb;
+  ModelOptions model;
+};
+
 /** `orvel clean`. All of them: @throws ToolError, ClosedPipe */
 ExitCode clean(const CleanOptions& options, Console& console);
 
 /** `orvel vad`. */
 ExitCode vad(const VadOptions& options, Console& console);
+
+/** `orvel report`: a page that shows a recording before and after. */
+ExitCode report(const ReportCommandOptions& options, Console& console);
 
 /** `orvel info`: everything about one model or weight file. */
 ExitCode info(const std::string& model, const std::optional<std::string>& directory, bool json,

@@ -12,6 +12,7 @@
 
 #include "orvel/orv_version.h"
 #include "tools/commands.h"
+#include "tools/completion.h"
 #include "tools/descriptor.h"
 #include "tools/stream_format.h"
 #include "tools/tool_error.h"
@@ -45,6 +46,18 @@ constexpr const char* kVadFooter =
   orvel vad --json --min-silence 500 meeting.ogg
   orvel vad --rttm --jobs 2 *.wav > speech.rttm)";
 
+constexpr const char* kReportFooter =
+    R"(Examples:
+  orvel report noisy.wav -o report.html
+  orvel report noisy.wav clean.wav -o report.html
+  orvel report --start 60 --duration 30 meeting.ogg -o report.html)";
+
+constexpr const char* kCompletionFooter =
+    R"(Examples:
+  orvel completion bash > ~/.local/share/bash-completion/completions/orvel
+  orvel completion zsh > "${fpath[1]}/_orvel"
+  orvel completion fish > ~/.config/fish/completions/orvel.fish)";
+
 constexpr const char* kModelPlaces =
     "Folder of the models; default: $ORVEL_MODEL_DIR, else ../share/orvel/models beside the "
     "program's folder, else a models/ folder above it";
@@ -52,7 +65,9 @@ constexpr const char* kModelPlaces =
 struct Options {
   CleanOptions clean;
   VadOptions vad;
+  ReportCommandOptions report;
   std::string model;
+  std::string shell;
   std::optional<std::string> directory;
   bool json = false;
   bool csv = false;
@@ -164,6 +179,28 @@ void addVad(CLI::App& app, Options& options) {
   addStreamOptions(*command, vad.stream);
 }
 
+void addReport(CLI::App& app, Options& options) {
+  ReportCommandOptions& report = options.report;
+  CLI::App* command = app.add_subcommand(
+      "report", "Write a page that shows and plays a recording before and after");
+  command->footer(kReportFooter);
+  command->add_option("noisy", report.noisy, "The recording")->required();
+  command->add_option("cleaned", report.cleaned,
+                      "Its cleaned form, of the same rate and length; default: it is cleaned here");
+  command->add_option("-o,--output", report.output, "The page (HTML)")->required();
+  command->add_option("--start", report.start, "Begin so many seconds into the recording")
+      ->check(within(0.0, 1e6))
+      ->capture_default_str();
+  command->add_option("--duration", report.duration, "Show so many seconds, up to 300")
+      ->check(within(0.1, 300.0));
+  command->add_flag("-f,--force", report.force, "Replace an existing page");
+  command
+      ->add_option("--attenuation-limit", report.attenuationLimitDb,
+                   "Lower nothing by more than this many decibels")
+      ->check(within(0.0, 1000.0));
+  addModelOptions(*command, report.model);
+}
+
 void addInfo(CLI::App& app, Options& options) {
   CLI::App* info = app.add_subcommand("info", "Show what a model or weight file holds");
   info->add_option("model", options.model, "A model's name, a control file or a weight file")
@@ -176,6 +213,15 @@ void addInfo(CLI::App& app, Options& options) {
   for (CLI::App* command : {info, models, keys}) {
     command->add_flag("--json", options.json, "Print JSON");
   }
+}
+
+void addCompletion(CLI::App& app, Options& options) {
+  CLI::App* command =
+      app.add_subcommand("completion", "Print a script that completes this command in a shell");
+  command->footer(kCompletionFooter);
+  command->add_option("shell", options.shell, "The shell")
+      ->required()
+      ->check(CLI::IsMember(std::vector<std::string>(std::begin(kShells), std::end(kShells))));
 }
 
 std::size_t editDistance(const std::string& one, const std::string& other) {
@@ -232,8 +278,15 @@ ExitCode run(const CLI::App& app, Options& options, Console& console) {
                                          : ReportStyle::kText;
     return vad(options.vad, console);
   }
+  if (app.got_subcommand("report")) {
+    return report(options.report, console);
+  }
   if (app.got_subcommand("info")) {
     return info(options.model, options.directory, options.json, console);
+  }
+  if (app.got_subcommand("completion")) {
+    print(completionScript(app, options.shell));
+    return ExitCode::kOk;
   }
   if (app.got_subcommand("models")) {
     return listModels(options.directory, options.json, console);
@@ -261,7 +314,9 @@ int runCommand(int argc, char** argv) {
       ->excludes(verbose);
   addClean(app, options);
   addVad(app, options);
+  addReport(app, options);
   addInfo(app, options);
+  addCompletion(app, options);
   app.footer(kFooter);  // after the commands, which would take it over
   try {
     requireCommand(app, {argv + 1, argv + argc});

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "tools/tool_error.h"
+#include "utils/native_path.h"
 
 namespace ORVEL::TOOLS {
 namespace {
@@ -39,20 +40,18 @@ fs::path followLink(const fs::path& target) {
   return real;
 }
 
-fs::path folderOf(const fs::path& target) {
-  return target.has_parent_path() ? target.parent_path() : fs::path(".");
-}
-
 fs::path temporaryName(const fs::path& target) {
   static std::atomic<unsigned> counter{0};
-  return folderOf(target) /
-         (".orvel-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".part");
+  return UTILS::pathIn(
+      UTILS::folderOf(target.native()),
+      ".orvel-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".part");
 }
 
 std::string ownLink(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
 
 UniqueFd openNameless(const fs::path& target) {
-  UniqueFd fd(::open(folderOf(target).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666));
+  UniqueFd fd(
+      ::open(UTILS::folderOf(target.native()).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666));
   if (fd && ::access(ownLink(fd.get()).c_str(), F_OK) != 0) {
     fd.reset();  // without /proc it could not get a name
   }
@@ -80,8 +79,8 @@ PendingFile::PendingFile(const fs::path& target, bool force)
   if (!fd_) {
     const int error = errno;
     temporary_.clear();
-    fail(target,
-         "cannot create a file in '" + folderOf(target_).string() + "': " + systemMessage(error));
+    fail(target, "cannot create a file in '" + UTILS::folderOf(target_.native()) +
+                     "': " + systemMessage(error));
   }
   // Replacing a file does not change who may read it.
   if (exists && ::fchmod(fd_.get(), info.st_mode & 07777) != 0) {

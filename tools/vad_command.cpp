@@ -3,10 +3,10 @@
 #include <memory>
 #include <utility>
 
-#include "tools/aligned_cleaner.h"
 #include "tools/commands.h"
 #include "tools/descriptor.h"
 #include "tools/tool_error.h"
+#include "tools/voice_scorer.h"
 
 namespace ORVEL::TOOLS {
 namespace {
@@ -21,92 +21,6 @@ struct Context {
   Progress& progress;
 };
 
-/**
- * Scores audio of any rate and channel count (the mean of the channels), one score for each 10 ms of
- * the input.
- */
-class Scorer {
- public:
-  using Emit = std::function<void(double score)>;
-  Scorer(const ModelSet& models, const AudioSpec& spec, Emit emit)
-      : Scorer(models.library(), models.forRate(0), spec, std::move(emit)) {}
-
-  void push(std::span<const float> interleaved) {
-    const auto channels = static_cast<std::size_t>(spec_.channels);
-    mono_.resize(interleaved.size() / channels);
-    for (std::size_t i = 0; i < mono_.size(); ++i) {
-      float sum = 0.0F;
-      for (std::size_t c = 0; c < channels; ++c) {
-        sum += interleaved[i * channels + c];
-      }
-      mono_[i] = sum / static_cast<float>(channels);
-    }
-    frames_ += mono_.size();
-    if (!converter_) {
-      score(mono_);
-      return;
-    }
-    converted_.clear();
-    converter_->push(mono_, converted_);
-    score(converted_);
-  }
-
-  /** Scores the rest; the last score may cover less than 10 ms. */
-  void finish() {
-    if (converter_) {
-      converted_.clear();
-      converter_->finish(converted_);
-      score(converted_);
-    }
-    const std::uint64_t perScore = static_cast<std::uint64_t>(spec_.sampleRate) * kScoreMs;
-    const std::uint64_t wanted = (frames_ * 1000 + perScore - 1) / perScore;
-    // Conversion may round the length by a sample.
-    std::vector<float> silence(detector_.scoreSize(), 0.0F);
-    while (heard_ < wanted * silence.size()) {
-      const std::uint64_t missing = wanted * silence.size() - heard_;
-      score(std::span(silence).first(std::min<std::uint64_t>(silence.size(), missing)));
-    }
-    detector_.flush([&](float value) {
-      if (given_ < wanted) {
-        give(value);
-      }
-    });
-  }
-
-  /** Audio so far, seconds. */
-  double seconds() const noexcept { return static_cast<double>(frames_) / spec_.sampleRate; }
-
- private:
-  Scorer(const orvel::Library& library, const orvel::Model& model, const AudioSpec& spec, Emit emit)
-      : detector_(library, {.rate = model.sampleRate, .channels = 1, .model = model.name}),
-        spec_(spec),
-        emit_(std::move(emit)) {
-    // Converted here, not in the session: this conversion shifts nothing in time.
-    if (model.sampleRate != spec.sampleRate) {
-      converter_.emplace(spec.sampleRate, model.sampleRate, 1);
-    }
-  }
-
-  void score(std::span<const float> samples) {
-    heard_ += samples.size();
-    detector_.process(samples, [&](float value) { give(value); });
-  }
-  void give(float value) {
-    ++given_;
-    emit_(static_cast<double>(value));
-  }
-
-  orvel::VoiceDetector detector_;
-  AudioSpec spec_;
-  Emit emit_;
-  std::optional<RateConverter> converter_;
-  std::uint64_t frames_ = 0;  // pushed, at the audio's rate
-  std::uint64_t heard_ = 0;   // samples given to the detector
-  std::uint64_t given_ = 0;   // scores
-  std::vector<float> mono_;
-  std::vector<float> converted_;
-};
-
 ExitCode run(const std::string& input, const Context& context, const VadReport::Write& write) {
   const auto source = openSource(input, context.options.stream);
   const AudioSpec spec = source->spec();
@@ -118,7 +32,7 @@ ExitCode run(const std::string& input, const Context& context, const VadReport::
   Segmenter segmenter(context.options.segments,
                       [&](const Segment& segment) { report->segment(segment); });
   std::int64_t scores = 0;
-  Scorer scorer(context.models, spec, [&](double score) {
+  VoiceScorer scorer(context.models, spec, [&](double score) {
     if (context.options.frames) {
       report->frame(static_cast<double>(scores++ * kScoreMs) / 1000.0, score);
     } else {

@@ -25,8 +25,9 @@ TRAINING_REQUIRED = {"seed": int, "streams": int, "slots": int, "checkpoint_ever
 # plain: share of segments left as recorded. room_fade: seconds up to which the target keeps the room in
 # full, and at which it is gone; without it the target keeps the whole room.
 TRAINING_OPTIONAL = {"plain": float, "room_fade": list, "short_products": bool, "init_from": str}
-# Shares of segments: speech without noise, and nothing but clicks.
-TRAINING_BY_VERSION = {"0.0.5": {"clean": float, "clicks": float}}
+# Shares of segments, as StreamMixer has them.
+MIXES = ("clean", "clicks", "pauses", "music")
+TRAINING_BY_VERSION = {"0.0.5": dict.fromkeys(MIXES, float)}
 # quality, opinion: weights of the two estimates in the loss. The opinion is that of the first
 # opinion_streams streams, in every opinion_every-th update. lines, residual: weights of steady lines and
 # of noise that is left.

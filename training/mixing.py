@@ -10,8 +10,9 @@ import scipy.fft
 from training.corpus import active_rms
 from training.level import RescaleTracker, frame_energies
 from training.pools import Pool, segment_length
-from training.synth import click_train
+from training.synth import click_train, music
 
+FADE_SECONDS = 0.01  # of speech where a pause begins or ends
 # Odds that a stream of clicks lasts for another segment: half a minute in the mean.
 CLICKS_GO_ON = 0.8
 
@@ -35,13 +36,27 @@ class Batch:
 
 
 class StreamMixer:
-    """Mixes ``streams`` endless streams and cuts them into sequences."""
+    """Mixes ``streams`` endless streams and cuts them into sequences.
+
+    Shares of segments: ``cold`` begins a stream anew, ``clean`` has no noise, ``clicks`` nothing but clicks,
+    ``pauses`` no speech in its first or last seconds, ``music`` generated music as its noise.
+    """
 
     def __init__(
-        self, pool: Pool, streams: int, step: int, seed, cold: float = 0.4, clean: float = 0.04, clicks: float = 0.0
+        self,
+        pool: Pool,
+        streams: int,
+        step: int,
+        seed,
+        cold: float = 0.4,
+        clean: float = 0.04,
+        clicks: float = 0.0,
+        pauses: float = 0.0,
+        music: float = 0.0,
     ):
         self.pool, self.streams, self.step = pool, streams, step
         self.cold_odds, self.clean_odds, self.click_odds = cold, clean, clicks
+        self.pause_odds, self.music_odds = pauses, music
         self.rng = np.random.default_rng(seed)
         self.length = segment_length(pool.rate)
         self.sequence = self.length // 2
@@ -62,6 +77,8 @@ class StreamMixer:
             self._refill(stream)
 
     def _noise(self) -> np.ndarray:
+        if self.rng.random() < self.music_odds:
+            return music(self.rng, self.length, self.pool.rate).astype(np.float32)
         out = np.zeros(self.length, np.float32)
         for k in range(self.rng.choice(3, p=(0.6, 0.28, 0.12)) + 1):
             part = self.pool.noise[self.pool.draw_noise(self.rng)]
@@ -82,6 +99,15 @@ class StreamMixer:
             return self.rng.uniform(-8.0, 3.0)
         return float(np.clip(self.rng.normal(7.0, 8.0), -8.0, 30.0))
 
+    def _mute(self, *waves: np.ndarray) -> None:
+        """Take the speech out of the first 0.3 to 3 s, or of the last ones: noise comes before and lasts longer."""
+        seconds = np.arange(self.length) / self.pool.rate
+        if self.rng.random() < 0.5:
+            seconds = seconds[::-1]
+        gate = np.clip((seconds - self.rng.uniform(0.3, 3.0)) / FADE_SECONDS, 0.0, 1.0).astype(np.float32)
+        for wave in waves:
+            wave *= gate
+
     def _refill_clicks(self, stream: int) -> None:
         """Nothing but clicks: what makes a state loop that is too strong run away, if it lasts."""
         self.noisy[stream] = np.rint(click_train(self.rng, self.length, self.pool.rate))
@@ -99,6 +125,8 @@ class StreamMixer:
         source, target = self.pool.speech[slot].astype(np.float32)
         self.wide[stream] = self.pool.speech_kind[slot] == 2
         speech_level = active_rms(target, rate)
+        if rng.random() < self.pause_odds:
+            self._mute(source, target)
         kind = rng.random()
         if kind < 0.06 or speech_level < 1.0:
             speech_level = 0.0

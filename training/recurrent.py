@@ -8,6 +8,7 @@ import numpy as np
 
 from training import chain, losses
 from training.adapt import adapt, widen
+from training.configuration import MIXES
 from training.mixing import Batch, StreamMixer
 from training.network import init_recurrent, recurrent_entries, recurrent_params, run_recurrent
 from training.pools import Pool
@@ -49,10 +50,10 @@ class RecurrentModel:
             "layers": len(entries["WeightNonLinear"]),
         }
 
-    def mixer(self, pool: Pool, streams: int, seed) -> StreamMixer:
-        """Endless streams out of ``pool``."""
-        odds = {k: self.config["training"][k] for k in ("clean", "clicks") if k in self.config["training"]}
-        return StreamMixer(pool, streams, self.step, seed, **odds)
+    def mixer(self, pool: Pool, streams: int, seed, kind: type = StreamMixer) -> StreamMixer:
+        """Endless streams out of ``pool``; ``kind`` may be DeviceMixer."""
+        odds = {k: v for k, v in self.config["training"].items() if k in MIXES}
+        return kind(pool, streams, self.step, seed, **odds)
 
     def init(self, rng: np.random.Generator) -> dict:
         """Random parameters."""

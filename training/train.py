@@ -44,6 +44,8 @@ def main(arguments: list[str] | None = None) -> int:
     parser.add_argument("--init-from", help="weight file to start from (default: the configuration's)")
     parser.add_argument("--stop-after", type=count, metavar="N", help="stop after N updates in all and export")
     parser.add_argument("--checkpoint-minutes", type=float, help="write a checkpoint at least this often")
+    parser.add_argument("--streams", type=count, help="streams at once (default: the configuration's)")
+    parser.add_argument("--mix-on-device", action="store_true", help="mix on the accelerator (cleaners 0.0.5)")
     args = parser.parse_args(arguments)
     print(f"training with {args.config} on {args.data}", flush=True)
     # Loading jax takes seconds: the help and the first line come before.

@@ -42,6 +42,8 @@ class Settings:
     init_from: str | None = None
     stop_after: int | None = None
     checkpoint_minutes: float | None = None
+    streams: int | None = None
+    mix_on_device: bool = False
 
 
 class Progress:
@@ -102,7 +104,7 @@ class Trainer:
         self.settings, self.config, self.progress = settings, config, Progress()
         self.model = make_model(config)
         self.training, self.stages = config["training"], config["stage"]
-        self.seed, self.streams = self.training["seed"], self.training["streams"]
+        self.seed, self.streams = self.training["seed"], settings.streams or self.training["streams"]
         self.total = sum(stage["updates"] for stage in self.stages)
         self.last = min(self.total, settings.stop_after or self.total)
         self.name, self.rate = config["model"]["name"], config["model"]["sample_rate"]
@@ -190,6 +192,16 @@ class Trainer:
             update -= stage["updates"]
         raise ValueError("past the last stage")
 
+    def _mixer(self, seed):
+        if not self.settings.mix_on_device:
+            return self.model.mixer(self.pool, self.streams, seed)
+        from training.device_mixing import DeviceMixer
+
+        try:
+            return self.model.mixer(self.pool, self.streams, seed, DeviceMixer)
+        except TypeError:
+            raise InputError(f"{self.name}: its mixes are made by the processor: leave out --mix-on-device") from None
+
     def _schedule(self, index: int) -> Schedule:
         stage = self.stages[index]
         return Schedule(**{f.name: stage[f.name] for f in fields(Schedule) if f.name in stage})
@@ -233,7 +245,7 @@ class Trainer:
             state["params"] = state["optimiser"]["mean"]
         params, optimiser = state["params"], state["optimiser"]
         guard = Guard([(params, optimiser)] * 2)
-        mixer = self.model.mixer(self.pool, self.streams, [self.seed, state["update"]])
+        mixer = self._mixer([self.seed, state["update"]])
         carry = self.model.carry(self.streams, state["stats"])
         values, norms, count = [], [], 0
         if not any(known == index for known, _ in self._compiled):

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "utils/non_copyable.h"
+#include "utils/orvel_exception.h"
 
 namespace ORVEL::UTILS {
 
@@ -23,7 +24,7 @@ class FFT : public NonCopyMovable {
                        std::size_t outCount) = 0;
   virtual bool backward(const std::complex<float>* in, std::size_t inCount, float* out,
                         std::size_t outCount) = 0;
-  virtual ~FFT();
+  virtual ~FFT() = default;
 
   /** `in` must hold N samples; `out` is resized to N/2 + 1. */
   bool forward(const std::vector<float>& in, std::vector<std::complex<float>>& out) {
@@ -44,6 +45,10 @@ class FFT : public NonCopyMovable {
 std::shared_ptr<FFT> createFFT(unsigned length);
 
 /** @throws ORVEL_Exception always: the transform of that length cannot be prepared. */
-[[noreturn]] void refuseFFT(unsigned length, const std::string& reason);
+[[noreturn]] inline void refuseFFT(unsigned length, const std::string& reason) {
+  const std::string message =
+      "the transform of " + std::to_string(length) + " samples cannot be prepared: " + reason;
+  throw ORVEL_Exception(message.c_str(), "utils/fft", 0, "createFFT");
+}
 
 }  // namespace ORVEL::UTILS

@@ -27,8 +27,8 @@ struct ControlText {
 
 /**
  * Splits the text of a control file: a key, white space and a value on each line; empty lines and lines
- * whose first character is "#" are skipped, but the first of the form "#SHA256 HEX" gives the digest of the weight file. The value may contain blanks. White space is that of the C
- * locale.
+ * whose first character is "#" are skipped, but the first of the form "#SHA256 HEX" gives the digest of
+ * the weight file. The value may contain blanks. White space is that of the C locale.
  */
 ControlText parseControlText(std::string_view text);
 

@@ -14,11 +14,13 @@ namespace {
   throw ModelError(label + ": " + problem);
 }
 
-/** Fills in the keys; gives the name and the digest of the weight file, empty where there is none. */
+/** What a control file says of its weight file; empty where it says nothing. */
 struct NamedWeights {
   std::string file;
   std::string digest;
 };
+
+/** Fills in the keys of the model. @throws ModelError for a text that is not that of a control file. */
 NamedWeights applyEntries(const std::string& label, std::string_view text, Model& model) {
   if (text.size() > kMostControlBytes) {
     refuse(label, "is larger than " + std::to_string(kMostControlBytes >> 20U) + " MiB");

@@ -1,7 +1,10 @@
 #include "weights/weight.h"
 
+#include <sha256.h>
+
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <numeric>
 #include <vector>
 
@@ -9,7 +12,6 @@
 #include "utils/native_path.h"
 #include "utils/orvel_exception.h"
 #include "utils/regular_file.h"
-#include "weights/digest.h"
 
 namespace ORVEL::WEIGHTS {
 
@@ -29,6 +31,22 @@ bool contains(const List& list, std::int32_t value) {
 [[noreturn]] void throwNoInformation() {
   throw UTILS::ORVEL_Exception("there are no needing Weight information in Weight ", kUnit, 221,
                                "getWeightInfo");
+}
+
+/** The SHA-256 of the bytes, as 64 hexadecimal digits in lower case. */
+std::string sha256(std::string_view bytes) {
+  SHA256_CTX state{};
+  SHA256Init(&state);
+  SHA256Update(&state, reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+  std::array<std::uint8_t, SHA256_DIGEST_LENGTH> digest{};
+  SHA256Final(digest.data(), &state);
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  for (const std::uint8_t byte : digest) {
+    text += kDigits[byte >> 4U];
+    text += kDigits[byte & 15U];
+  }
+  return text;
 }
 
 /** The whole weight files that somebody uses. */

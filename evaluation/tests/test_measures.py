@@ -4,6 +4,8 @@ import numpy as np
 import pytest
 
 from evaluation.judges import word_errors
+from evaluation.situations import reductions
+from evaluation.suppressors import Unprocessed
 from training import measures
 
 RATE = 16000
@@ -35,11 +37,6 @@ def test_cut_share_counts_lowered_speech_frames(lowered_by, share):
     out = clean.copy()
     out[: 25 * FRAME] *= 10.0 ** (-lowered_by / 20.0)
     assert measures.cut_share(out, clean, RATE) == pytest.approx(share, abs=0.011)
-
-
-def test_cut_share_ignores_pauses():
-    clean = talk()
-    assert measures.cut_share(np.where(clean == 0.0, 0.0, clean), clean, RATE) == 0.0
 
 
 def test_pause_attenuation_measures_the_pauses_alone():
@@ -94,3 +91,19 @@ def test_band_gains_are_those_of_speech_alone():
 )
 def test_word_errors_count_insertions_deletions_and_replacements(words, reference, errors):
     assert word_errors(words.split(), reference.split()) == errors
+
+
+class Late(Unprocessed):
+    """Halves what comes after its first second: a cleaner that is slow to begin."""
+
+    name = "late"
+
+    def _stream(self, wave):
+        return np.where(np.arange(len(wave)) < self.rate, wave, 0.5 * wave)
+
+
+def test_situations_measure_where_no_speech_is():
+    found = reductions([Unprocessed(RATE), Late(RATE)], talk(), RATE, seed=1)
+    for name, by_system in found.items():
+        expected = 0.0 if "noise" in name else 6.02
+        assert by_system == {"unprocessed": pytest.approx(0.0, abs=0.01), "late": pytest.approx(expected, abs=0.01)}

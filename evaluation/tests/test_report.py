@@ -50,14 +50,6 @@ def test_what_is_unknown_or_missing_is_one_line(arguments, words, files, capsys)
     assert stopped.value.code not in (0, None) and words in text.splitlines()[-1]
 
 
-@pytest.mark.parametrize("module", ["evaluation", "evaluation.peers", "evaluation.segments"])
-def test_help_measures_nothing(module):
-    before = digests()
-    run = subprocess.run([sys.executable, "-m", module, "--help"], cwd=ROOT, capture_output=True, text=True, timeout=60)
-    assert run.returncode == 0 and "usage: python -m " + module in run.stdout
-    assert digests() == before
-
-
 def test_peers_refuses_missing_data(library_path):
     with pytest.raises(SystemExit, match="no folder /nowhere"):
         peers.main(["--data", "/nowhere", "--library", str(library_path)])

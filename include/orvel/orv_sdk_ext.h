@@ -15,9 +15,9 @@
  * Threads: the functions of a context may be called from any thread, also at the same time; only
  * Orv_Context_Destroy must be the last call on a context and on its sessions.
  *
- * Real time: Orv_VAD_Process*, Orv_NC_CleanBatch*, Orv_NC_GetLatency, Orv_NC_SetAttenuationLimit and
- * the two reset functions allocate no memory and take no lock; they make no system call but those that
- * write the reason of a refused frame, which sessions of a context do not. A call that is refused in a
+ * Real time: Orv_VAD_Process*, Orv_NC_CleanBatch*, Orv_NC_GetLatency, Orv_NC_SetAttenuationLimit,
+ * Orv_Session_GetStatistics and the two reset functions allocate no memory and take no lock; they make no
+ * system call but those that write the reason of a refused call, which sessions of a context do not. A call that is refused in a
  * session of a context prints nothing and calls no handler. All Orv_Context functions may allocate, lock
  * and read files.
  *
@@ -60,7 +60,7 @@ ORV_API int Orv_VAD_ProcessFloat(void* session, const float* input, uint32_t inp
  * whose hops fall due together read the model's weights once instead of once each. Each output is that of
  * Orv_NC_CleanAmbientNoiseInt16 but for the rounding of floats: after the conversion to 16 bits, by one
  * step at most. The batch may hold any sessions: of different models, contexts, rates and frame durations.
- * What is wrong with one of them fails alone, with its own status.
+ * What is wrong with one place of the arrays fails alone, with its own status.
  *
  * Real-time safe, whatever the count. Sessions of a batch must not be used by another thread until the
  * call returns; batches without a session in common may run at the same time. At most 64 neighbours in

@@ -52,7 +52,6 @@ def test_the_model_nearest_below_the_recordings_rate(folder):
     ("damage", "reason"),
     [
         ("truncate -s 50000 orvel-32k.bin", "orvel-32k.bin"),
-        ("truncate -s -1 orvel-32k.bin", "orvel-32k.bin"),
         ("rm orvel-32k.bin", "orvel-32k.bin"),
         ("cp orvel-vad.bin orvel-32k.bin", "is for voice activity, not for cleaning"),
         ("> orvel-32k.ctl", "names no weight file"),
@@ -65,8 +64,11 @@ def test_a_damaged_model_is_not_passed_over_in_silence(folder, damage, reason):
     folder.save("in.wav", speech(48000, 0.3), 48000)
     folder.run(f"cd models; {damage}")
     for option in ("", "--set ORVEL_SMOOT_COEF_v0_0_2=0.5"):
-        command = f"orvel clean {option} in.wav out.wav"
-        folder.refuses([(command, 5, "orvel-32k.ctl: "), (command, 5, reason)])
+        commands = [f"orvel clean {option} in.wav out.wav"]
+        if (folder / "models/orvel-32k.ctl").is_file():
+            commands.append(f"orvel clean {option} --model orvel-32k in.wav out.wav")
+        for command in commands:
+            folder.refuses([(command, 5, "orvel-32k.ctl: "), (command, 5, reason)])
         assert not (folder / "out.wav").exists()
         text = folder.run(f"orvel clean -fv {option} --model auto in.wav auto.wav").err
         assert "passed over: " in text and "cleaned by orvel-16k" in text
@@ -177,19 +179,6 @@ def test_refused_command_lines_say_why(folder):
         ("orvel clean --rate 16000 --format s8 - -", 2, "--format"),
     ])  # fmt: skip
     assert folder.listed() == "a.wav b.wav models out sub" and folder.listed("out") == ""
-
-
-def test_broken_models_are_named_with_the_librarys_reason(folder):
-    folder.save("a.wav", speech(16000, 0.2), 16000)
-    (folder / "models/cut-weights.bin").write_bytes(b"xx")
-    for name, line in {"cut": "WEIGHT cut-weights.bin", "lost": "WEIGHT nowhere.bin", "empty": "# nothing"}.items():
-        (folder / f"models/{name}.ctl").write_text(f"{line}\n")
-    folder.add_model("odd-bins", all_pass(16000) | {"CoefficientNumber": 200})
-    reasons = {"cut": "cut-weights.bin", "lost": "nowhere.bin", "empty": "WEIGHT", "odd-bins": "CoefficientNumber"}
-    for model, reason in reasons.items():
-        for option in ("-j1", "--set=ORVEL_SMOOT_COEF_v0_0_2=1"):
-            command = f"orvel clean {option} --model {model} a.wav o.wav"
-            folder.refuses([(command, 5, reason), (command, 5, f"{model}.ctl: ")])
 
 
 def test_force_replaces_the_file_behind_a_link_and_keeps_its_mode(folder):

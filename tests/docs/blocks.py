@@ -27,13 +27,8 @@ class Block:
 
 def documents() -> list[str]:
     """Every Markdown file that git knows or would take in."""
-    listed = subprocess.run(
-        ["git", "ls-files", "--cached", "--others", "--exclude-standard", "*.md"],
-        cwd=ROOT,
-        check=True,
-        text=True,
-        capture_output=True,
-    ).stdout.split()
+    command = ["git", "ls-files", "--cached", "--others", "--exclude-standard", "*.md"]
+    listed = subprocess.run(command, cwd=ROOT, check=True, text=True, capture_output=True).stdout.split()
     return sorted(name for name in set(listed) if (ROOT / name).exists())
 
 

@@ -16,6 +16,8 @@ PROJECT = {
     "| | PESQ | CPU |\n|---|---|---|\n| `ours` | 1.5 | 1 |\n",
     "docs/quality.md": "|  | PESQ | × orvel-16k |\n| --- | --- | --- |\n| ours | 1.50 | 1.00 |\n",
     "docs/performance.md": "Frames of 10 ms.\n<!-- begin table -->\n1.5\n<!-- end table -->\n",
+    "docs/troubleshooting.md": "`PATH: cannot be opened, is it there` means that it is not.\n",
+    "weights/open.cpp": 'throw Error(path + ": cannot be "\n  "opened, is it there");\n',
     "scripts/run": "",
 }
 FAULTS = [
@@ -27,6 +29,7 @@ FAULTS = [
     ("README.md", "`scripts/run`", "`scripts/walk`", "README.md:1: scripts/walk does not exist"),
     ("README.md", "`scripts/*`", "`tools/*`", "README.md:1: tools/* does not exist"),
     ("README.md", "| 1.5 |", "| 1.6 |", "README.md: ours, PESQ: 1.6, in docs/quality.md 1.50"),
+    ("weights/open.cpp", "is it", "was it", "does not quote 'cannot be opened, was it there' of weights/open.cpp"),
     ("docs/performance.md", "10 ms", "10.5 ms", "docs/performance.md:1: the figure 10.5 is typed"),
 ]
 

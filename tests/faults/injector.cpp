@@ -1,6 +1,5 @@
 #include "tests/faults/injector.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/mman.h>
@@ -14,15 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#define PUBLIC extern "C" __attribute__((visibility("default")))
-
-extern "C" {
-void* __libc_malloc(std::size_t);
-void* __libc_calloc(std::size_t, std::size_t);
-void* __libc_realloc(void*, std::size_t);
-void* __libc_memalign(std::size_t, std::size_t);
-void __libc_free(void*);
-}
+#include "tests/support/replaced.h"
 
 namespace orvel_test {
 
@@ -38,6 +29,7 @@ namespace {
 
 using orvel_test::Fault;
 using orvel_test::injector;
+using orvel_test::original;
 
 bool fails(Fault kind, int error) {
   auto& state = injector();
@@ -55,45 +47,39 @@ void* taken(void* block) {
   return block;
 }
 
-template <class Function>
-Function* original(void*& cache, const char* name) {
-  if (cache == nullptr) cache = dlsym(RTLD_NEXT, name);
-  return reinterpret_cast<Function*>(cache);
-}
-
 }  // namespace
 
-PUBLIC void* malloc(std::size_t size) {
+ORVEL_REPLACES void* malloc(std::size_t size) {
   return fails(Fault::kMemory, ENOMEM) ? nullptr : taken(__libc_malloc(size));
 }
-PUBLIC void* calloc(std::size_t count, std::size_t size) {
+ORVEL_REPLACES void* calloc(std::size_t count, std::size_t size) {
   return fails(Fault::kMemory, ENOMEM) ? nullptr : taken(__libc_calloc(count, size));
 }
-PUBLIC void* realloc(void* block, std::size_t size) {
+ORVEL_REPLACES void* realloc(void* block, std::size_t size) {
   if (fails(Fault::kMemory, ENOMEM)) return nullptr;
   void* const moved = __libc_realloc(block, size);
   if (block == nullptr) return taken(moved);
   if (size == 0) --injector().liveBlocks;
   return moved;
 }
-PUBLIC void free(void* block) {
+ORVEL_REPLACES void free(void* block) {
   if (block != nullptr) --injector().liveBlocks;
   __libc_free(block);
 }
-PUBLIC void* memalign(std::size_t alignment, std::size_t size) {
+ORVEL_REPLACES void* memalign(std::size_t alignment, std::size_t size) {
   return fails(Fault::kMemory, ENOMEM) ? nullptr : taken(__libc_memalign(alignment, size));
 }
-PUBLIC void* aligned_alloc(std::size_t alignment, std::size_t size) {
+ORVEL_REPLACES void* aligned_alloc(std::size_t alignment, std::size_t size) {
   return memalign(alignment, size);
 }
-PUBLIC int posix_memalign(void** block, std::size_t alignment, std::size_t size) {
+ORVEL_REPLACES int posix_memalign(void** block, std::size_t alignment, std::size_t size) {
   *block = memalign(alignment, size);
   return *block == nullptr ? ENOMEM : 0;
 }
 
 // The C library's function of that name, or what it gives when it fails.
 #define FAULTY(kind, error, failure, result, name, parameters, arguments)                   \
-  PUBLIC result name parameters {                                                           \
+  ORVEL_REPLACES result name parameters {                                                   \
     static void* cache = nullptr;                                                           \
     return fails(Fault::kind, error) ? failure                                              \
                                      : original<result parameters>(cache, #name) arguments; \
@@ -112,7 +98,7 @@ FAULTY(kThread, EAGAIN, EAGAIN, int, pthread_create,
        (thread, how, body, with))
 
 #define FAULTY_OPEN(name)                                                      \
-  PUBLIC int name(const char* path, int flags, ...) {                          \
+  ORVEL_REPLACES int name(const char* path, int flags, ...) {                  \
     std::va_list rest;                                                         \
     va_start(rest, flags);                                                     \
     const mode_t mode = va_arg(rest, mode_t);                                  \
@@ -150,8 +136,9 @@ __attribute__((destructor)) void tellCounts() {
 
 }  // namespace
 
-PUBLIC int __libc_start_main(int (*program)(int, char**, char**), int count, char** words,
-                             void (*init)(), void (*fini)(), void (*rtldFini)(), void* stackEnd) {
+ORVEL_REPLACES int __libc_start_main(int (*program)(int, char**, char**), int count, char** words,
+                                     void (*init)(), void (*fini)(), void (*rtldFini)(),
+                                     void* stackEnd) {
   static void* cache = nullptr;
   mainOfProgram = program;
   return original<int(decltype(program), int, char**, void (*)(), void (*)(), void (*)(), void*)>(

@@ -6,16 +6,7 @@
 #include <cstdlib>
 
 #include "tests/safety/guard.h"
-
-#define PUBLIC extern "C" __attribute__((visibility("default")))
-
-extern "C" {
-void* __libc_malloc(std::size_t);
-void* __libc_calloc(std::size_t, std::size_t);
-void* __libc_realloc(void*, std::size_t);
-void* __libc_memalign(std::size_t, std::size_t);
-void __libc_free(void*);
-}
+#include "tests/support/replaced.h"
 
 namespace {
 
@@ -48,36 +39,34 @@ void given(void* block) {
 
 }  // namespace
 
-PUBLIC void* malloc(std::size_t size) {
+ORVEL_REPLACES void* malloc(std::size_t size) {
   note();
   return taken(__libc_malloc(size));
 }
-PUBLIC void* calloc(std::size_t count, std::size_t size) {
+ORVEL_REPLACES void* calloc(std::size_t count, std::size_t size) {
   note();
   return taken(__libc_calloc(count, size));
 }
-PUBLIC void* realloc(void* block, std::size_t size) {
+ORVEL_REPLACES void* realloc(void* block, std::size_t size) {
   note();
   given(block);
   return taken(__libc_realloc(block, size));
 }
-PUBLIC void free(void* block) {
+ORVEL_REPLACES void free(void* block) {
   if (block == nullptr) return;
   note();
   given(block);
   __libc_free(block);
 }
-PUBLIC void* memalign(std::size_t alignment, std::size_t size) {
+ORVEL_REPLACES void* memalign(std::size_t alignment, std::size_t size) {
   note();
   return taken(__libc_memalign(alignment, size));
 }
-PUBLIC void* aligned_alloc(std::size_t alignment, std::size_t size) {
-  note();
-  return taken(__libc_memalign(alignment, size));
+ORVEL_REPLACES void* aligned_alloc(std::size_t alignment, std::size_t size) {
+  return memalign(alignment, size);
 }
-PUBLIC int posix_memalign(void** block, std::size_t alignment, std::size_t size) {
-  note();
-  *block = taken(__libc_memalign(alignment, size));
+ORVEL_REPLACES int posix_memalign(void** block, std::size_t alignment, std::size_t size) {
+  *block = memalign(alignment, size);
   return *block == nullptr ? ENOMEM : 0;
 }
 

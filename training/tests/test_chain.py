@@ -6,11 +6,9 @@ import numpy as np
 import pytest
 from conftest import CONFIGS, config
 
-from training import chain
 from training.adapt import adapt, band_edges, widen
-from training.bands import compressed_widths, compression_matrix, expansion_index, pooling_matrix
+from training.bands import compressed_widths, expansion_index
 from training.combine import join
-from training.level import RescaleTracker
 from training.model import load_exported, make_model
 from training.network import gated_loop, init_recurrent, run_recurrent, short_products
 from training.weights_file import export_model, read_weights
@@ -26,39 +24,6 @@ def test_bands_fill_the_bins_and_spread_back(bins, rate, single, bands):
     index = expansion_index(bands, rate)
     want = np.repeat(np.arange(bands), widths)
     np.testing.assert_array_equal(index, want)
-
-
-def test_uneven_bands_are_refused():
-    with pytest.raises(ValueError, match="252 bins"):
-        compression_matrix(252, 2)
-
-
-def test_detector_pooling_averages_every_bin_once():
-    matrix = pooling_matrix(121)
-    assert matrix.shape == (121, 61)
-    np.testing.assert_allclose(matrix.sum(axis=0), 1.0)
-    assert (np.count_nonzero(matrix, axis=1) == 1).all()
-
-
-def test_all_gains_open_give_the_input_back():
-    rng = np.random.default_rng(1)
-    wave = rng.normal(0.0, 1000.0, (2, 12 * 256)).astype(np.float32)
-    window = chain.vorbis_window(512)
-    out = np.asarray(chain.resynthesise(chain.spectra(wave, 256, window), window))
-    np.testing.assert_allclose(out[:, 256:-256], wave[:, 256:-256], atol=0.01)
-
-
-def test_tracker_starts_at_one_and_follows_loud_frames():
-    tracker = RescaleTracker(2, 16000, 256)
-    energy = np.full((2, 300), 1e6)
-    energy[1] = 1.0  # far below the reference: never counted
-    gains = tracker.gains(energy)
-    np.testing.assert_allclose(gains[1], 1.0)
-    # After one loud frame: the mean of 4e6 and 1e6; once the record is full only 1e6 is left.
-    np.testing.assert_allclose(gains[0, 0], 2000.0 / np.sqrt(2.5e6), rtol=1e-6)
-    np.testing.assert_allclose(gains[0, -1], 2.0, rtol=1e-6)
-    # The record of four seconds holds 250 hops; the start value is pushed out by the 250th loud one.
-    assert gains[0, 248] < 2.0 == pytest.approx(gains[0, 249], rel=1e-6)
 
 
 def test_hand_written_gradient_of_the_state_loop():

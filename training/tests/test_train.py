@@ -6,14 +6,15 @@ import re
 import signal
 import subprocess
 import sys
+import tarfile
 import time
 
 import numpy as np
 import pytest
 import soundfile
-from conftest import CONFIGS, ROOT
+from conftest import CONFIGS, MODELS, ROOT
 
-from training import trainer
+from training import accelerator, trainer
 from training.pools import Pool, Workers
 from training.train import main
 from training.trainer import Guard
@@ -144,11 +145,6 @@ def test_wrong_input_is_one_line_and_status_2(data, tmp_path, capsys, config, fo
     assert re.match(f"train: .*{message}", error) and error.count("\n") == 1, error
 
 
-def workers_on(data, tmp_path):
-    pool = Pool(tmp_path / "pool", 8000, 64, 64)
-    return pool, Workers(1, data, pool, {"seed": 1})
-
-
 def wait_for(condition, seconds=120.0):
     end = time.monotonic() + seconds
     while not condition() and time.monotonic() < end:
@@ -168,6 +164,23 @@ def test_a_junk_file_is_skipped_and_named(tmp_path, capsys):
     assert told.count("junk.wav") == 1
 
 
+def test_a_packed_run_goes_on_where_it_was_cut(tmp_path, capsys, monkeypatch):
+    folder, archive, there = write_data(tmp_path / "data", (6, 6)), tmp_path / "run.tar", tmp_path / "there"
+    (tmp_path / "config.toml").write_text(CONFIG)
+    given = ["--data", folder, "--config", tmp_path / "config.toml", "--init-from", MODELS / "orvel-8k.bin"]
+    pack = lambda *size: accelerator.main([str(a) for a in [archive, *given, *size]])  # noqa: E731
+    assert pack("--megabytes", 0.1) == 2 and "no recording fits" in capsys.readouterr().err and not archive.exists()
+    assert pack() == 0
+    with tarfile.open(archive) as tar:
+        tar.extractall(there)
+    monkeypatch.chdir(there)
+    run = ["--config", "config.toml", "--data", "data", "--work", "out", "--streams", "4", "--mix-on-device"]
+    for stop in ("2", "3"):
+        assert main([*run, "--stop-after", stop]) == 0
+    assert "going on from update 2" in capsys.readouterr().out
+    assert {"checkpoint.pkl", "curve.csv"} < {path.name for path in (there / "out" / "small-model").iterdir()}
+
+
 def test_a_killed_worker_ends_the_run(data, tmp_path, capsys, monkeypatch):
     def killed(self, *arguments):
         Workers.__original__(self, *arguments)
@@ -181,8 +194,9 @@ def test_a_killed_worker_ends_the_run(data, tmp_path, capsys, monkeypatch):
 
 
 def test_a_worker_that_fails_tells_why_and_none_outlives_its_parent(data, tmp_path):
-    pool, workers = workers_on(tmp_path / "none", tmp_path)
-    with workers, pytest.raises(RuntimeError, match=r"ended with status 1: no folder .*none"):
+    pool = Pool(tmp_path / "pool", 8000, 64, 64)
+    failure = pytest.raises(RuntimeError, match=r"ended with status 1: no folder .*none")
+    with Workers(1, tmp_path / "none", pool, {"seed": 1}) as workers, failure:
         wait_for(lambda: workers.check())
     script = (
         "import sys; from training.pools import Pool, Workers\n"

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "utils/arithmetic.h"
-#include "utils/kernels/panel_product.h"
+#include "utils/kernels/kernel_sets.h"
 
 namespace ORVEL::UTILS {
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "utils/kernels/kernel_sets.h"
-#include "utils/kernels/panel_product.h"
 
 namespace ORVEL::UTILS {
 
