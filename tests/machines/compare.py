@@ -37,7 +37,9 @@ def main(expected_path, got_path):
     if not expected or expected.keys() != got.keys():
         sys.exit(f"streams differ: {sorted(expected.keys() ^ got.keys())}")
     failed = 0
-    print("| model | Hz | largest difference, full scale 1 | steps of 16 bits | most |\n| --- | ---: | ---: | ---: | ---: |")
+    print(
+        "| model | Hz | largest difference, full scale 1 | steps of 16 bits | most |\n| --- | ---: | ---: | ---: | ---: |"
+    )
     for key, (inputs, outputs) in expected.items():
         model, rate, kind = key
         if got[key][0] != inputs or len(got[key][1]) != len(outputs) or not any(outputs):
@@ -48,7 +50,9 @@ def main(expected_path, got_path):
         most_float, most_steps = FAINT if (model, rate) in FAINT_STREAMS else MOST
         bad = not apart <= most_float or (kind == "cleaner" and steps > most_steps)
         failed += bad
-        print(f"| {model} | {rate} | {apart:.1e} | {steps if kind == 'cleaner' else ''} | {most_steps}{' TOO FAR' if bad else ''} |")
+        print(
+            f"| {model} | {rate} | {apart:.1e} | {steps if kind == 'cleaner' else ''} | {most_steps}{' TOO FAR' if bad else ''} |"
+        )
     print(f"{len(expected) - failed} of {len(expected)} streams are near enough")
     return failed != 0
 
