@@ -18,8 +18,8 @@ ARGS ?=
 export WERROR
 PYTHON := .venv/bin/python
 
-.PHONY: help setup build free plugins plugin-test packages packages-check site demo test test-all bench bench-server \
-        bench-peers bench-corpora soak memcheck fuzz mutants torture evaluate train wheel wheel-test format \
+.PHONY: help setup build free aarch64 wasm plugins plugin-test packages packages-check site demo test test-all bench \
+        bench-server bench-peers bench-corpora soak memcheck fuzz mutants torture evaluate train wheel wheel-test format \
         format-check lint install clean
 
 help: ## Show this list
@@ -51,6 +51,14 @@ packages: ## Build and check the Debian packages and a relocatable archive, of t
 packages-check: packages ## Install them on a bare Debian 12, use and remove them (as root)
 	@scripts/setup debootstrap
 	@scripts/check-packages
+
+aarch64: ## Build the free library for 64-bit ARM Linux, test it under qemu (build/aarch64-linux)
+	@scripts/setup free aarch64
+	@scripts/machine aarch64-linux
+
+wasm: ## Build the WebAssembly module, test it under node (build/wasm)
+	@scripts/setup free wasm
+	@scripts/machine wasm
 
 demo: ## Build, clean a noisy recording, draw the spectrograms
 	@scripts/setup build demo

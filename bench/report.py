@@ -309,7 +309,24 @@ def arithmetic(results):
     return table(head, rows)
 
 
+def memory(results):
+    """Memory of a session at 48 kHz in two builds, and of the weights that all sessions of a model share."""
+    _, counters = least_times(results["sessions"])
+    each = [
+        {r["model"]: f"{r['bytes_per_session'] / 1024:.0f}" for r in results.get(build, []) if r["rate"] == 48000}
+        for build in ("scale_free", "scale")
+    ]
+    rows = []
+    for model, free in each[0].items():
+        weights = counters[f"products/{model}"]["weights"]
+        rows.append([model, free, each[1].get(model, ""), f"{4 * weights / 1024:.0f}"])
+    return table(
+        ["model", "free build, KiB", "MKL and libresample, KiB", "weights of all sessions together, KiB"], rows
+    )
+
+
 TABLES = {
+    "memory": ("scale_free", memory),
     "machine": ("sessions", machine),
     "stages": ("stages", stages),
     "floor": ("sessions", floor),

@@ -1,4 +1,8 @@
 # orvel_digest: SHA-256 from libmd, linked statically.
+if(TARGET orvel_md)
+  add_library(orvel_digest ALIAS orvel_md)
+  return()
+endif()
 orvel_find(ORVEL_MD "libmd (libmd-dev)" sha256.h ARCHIVE libmd.a)
 if(NOT ORVEL_MD_FOUND)
   return()

@@ -19,18 +19,24 @@ target_link_libraries(orvel_objects PUBLIC orvel_weight_objects orvel_math orvel
                                     PRIVATE orvel_options)
 
 set(_export_map "${CMAKE_CURRENT_LIST_DIR}/orvel.map")
-add_library(orvel SHARED ${ORVEL_EXPORT_SOURCES} ${ORVEL_KERNEL_OBJECTS})
+if(ORVEL_SHARED)
+  add_library(orvel SHARED ${ORVEL_EXPORT_SOURCES} ${ORVEL_KERNEL_OBJECTS})
+  target_compile_definitions(orvel PRIVATE ORVEL_BUILDING_LIBRARY)
+  # Without a version script the names of static archives that are linked are visible as well.
+  orvel_link_options(orvel PRIVATE "-Wl,--version-script=${_export_map}" "-Wl,--exclude-libs,ALL"
+                     "-Wl,--as-needed" "-Wl,-z,nodelete")
+  if(NOT ORVEL_SANITIZE)
+    # Sanitizer run-times are resolved from the program, so only a plain build can promise this.
+    orvel_link_options(orvel PRIVATE "-Wl,--no-undefined" "-Wl,--gc-sections")
+  endif()
+else()
+  add_library(orvel STATIC ${ORVEL_EXPORT_SOURCES} ${ORVEL_KERNEL_OBJECTS})
+  target_compile_definitions(orvel PUBLIC ORVEL_STATIC)
+endif()
 add_library(orvel::orvel ALIAS orvel)
-target_compile_definitions(orvel PRIVATE ORVEL_BUILDING_LIBRARY)
 target_link_libraries(orvel PRIVATE orvel_objects orvel_weight_objects orvel_options)
 target_include_directories(orvel INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
                                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-target_link_options(orvel PRIVATE "-Wl,--version-script=${_export_map}" "-Wl,--exclude-libs,ALL"
-                    "-Wl,--as-needed" "-Wl,-z,nodelete")
-if(NOT ORVEL_SANITIZE)
-  # Sanitizer run-times are resolved from the program, so only a plain build can promise this.
-  target_link_options(orvel PRIVATE "-Wl,--no-undefined" "-Wl,--gc-sections")
-endif()
 set_target_properties(orvel PROPERTIES VERSION ${PROJECT_VERSION}
                                        SOVERSION ${PROJECT_VERSION_MAJOR}
                                        LINKER_LANGUAGE CXX

@@ -5,10 +5,22 @@ file(GLOB _versions RELATIVE "${PROJECT_SOURCE_DIR}" CONFIGURE_DEPENDS
 set(ORVEL_TABLE_SOURCES ${_versions} noise_canceller/cleaner_versions.cpp
                         noise_canceller/tuning_key_table.cpp)
 
+# What the system is asked for: nothing outside these files, weights/'s utils/posix/regular_file.cpp
+# included. A system that is neither POSIX nor WebAssembly needs files of its own for the same headers.
+set(ORVEL_PLATFORM_SOURCES utils/posix/thread_slot.cpp)
+if(EMSCRIPTEN)
+  list(APPEND ORVEL_PLATFORM_SOURCES utils/wasm/host.cpp)
+elseif(UNIX)
+  list(APPEND ORVEL_PLATFORM_SOURCES utils/posix/c_numbers.cpp utils/posix/call_scope.cpp
+       utils/posix/error_line.cpp)
+else()
+  message(FATAL_ERROR "No platform files for ${CMAKE_SYSTEM_NAME} yet (docs/platforms.md).")
+endif()
+
 # What reads model files: nothing but the C++ library and SHA-256 behind it.
 set(ORVEL_WEIGHT_SOURCES
   utils/native_path.cpp
-  utils/regular_file.cpp
+  utils/posix/regular_file.cpp
   weights/control_file.cpp
   weights/model_files.cpp
   weights/model_store.cpp
@@ -19,8 +31,7 @@ set(ORVEL_WEIGHT_SOURCES
 # The rest of the library, by folder.
 set(ORVEL_SOURCES
   ${ORVEL_MATH_SOURCES}
-  utils/call_scope.cpp
-  utils/error_line.cpp
+  ${ORVEL_PLATFORM_SOURCES}
   utils/energy_trackers.cpp
   utils/window_generators.cpp
   noise_canceller/gain_chain.cpp

@@ -66,7 +66,7 @@ std::shared_ptr<const NetworkWeights> networkWeights(const WEIGHTS::Weight& weig
 bool isDigitalSilence(const std::vector<float>& samples) {
   return std::all_of(samples.begin(), samples.end(), [](float sample) {
     constexpr std::uint32_t kSign = 0x80000000U;
-    return (std::bit_cast<std::uint32_t>(sample) & ~kSign) == 0;
+    return (__builtin_bit_cast(std::uint32_t, sample) & ~kSign) == 0;
   });
 }
 

@@ -1,38 +1,17 @@
 #include "noise_canceller/tuning_values.h"
 
-#include <locale.h>
-#include <stdlib.h>
-
 #include <memory>
 #include <string>
+
+#include "utils/c_numbers.h"
 
 namespace ORVEL::NOISE_CANCELLER {
 
 namespace {
 
-#if defined(_WIN32)
-using Locale = _locale_t;
-Locale makeCLocale() { return _create_locale(LC_ALL, "C"); }
-double toReal(const char* text, Locale locale) { return _strtod_l(text, nullptr, locale); }
-long toWhole(const char* text, Locale locale) { return _strtol_l(text, nullptr, 10, locale); }
-#else
-using Locale = locale_t;
-// The C locale is built into the C library: it needs no locale data.
-Locale makeCLocale() { return newlocale(LC_ALL_MASK, "C", nullptr); }
-double toReal(const char* text, Locale locale) { return strtod_l(text, nullptr, locale); }
-long toWhole(const char* text, Locale locale) { return strtol_l(text, nullptr, 10, locale); }
-#endif
-
-Locale cLocale() {
-  static const Locale locale = makeCLocale();
-  return locale;
-}
-
-// The number at the start of a text, read as std::strtol (base 10) and std::atof do in the C locale,
-// whatever locale the host has set; 0 where there is none.
 float numberIn(const std::string& text, bool isWhole) {
-  return isWhole ? static_cast<float>(toWhole(text.c_str(), cLocale()))
-                 : static_cast<float>(toReal(text.c_str(), cLocale()));
+  return isWhole ? static_cast<float>(UTILS::wholeNumberIn(text.c_str()))
+                 : static_cast<float>(UTILS::realNumberIn(text.c_str()));
 }
 
 bool contains(const KeyRange& range, float value, const CleanerTraits& version) {
@@ -99,7 +78,7 @@ TuningValues TuningValues::read(const WEIGHTS::Model& model, const CleanerTraits
         break;
       case KeyKind::kWhole:
         if (text != nullptr && !text->empty()) {
-          value.whole = toWhole(text->c_str(), cLocale());
+          value.whole = UTILS::wholeNumberIn(text->c_str());
         }
         break;
     }

@@ -22,13 +22,13 @@ class TuningValues {
   /** Value of a number, whole or real. */
   float number(Key key) const { return of(key).number; }
   /** Value of a key of KeyKind::kWhole. */
-  long whole(Key key) const { return of(key).whole; }
+  long long whole(Key key) const { return of(key).whole; }
 
  private:
   struct Value {
     bool on = false;
     float number = 0.0F;
-    long whole = 0;
+    long long whole = 0;
   };
   static constexpr std::size_t kCount = static_cast<std::size_t>(Key::kVadStateReset) + 1;
 

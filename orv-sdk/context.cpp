@@ -77,8 +77,8 @@ OrvModelInfo tryModel(const WEIGHTS::Model& model) {
   return result;
 }
 
-// Handles are numbers that no pointer can be: bits 47 to 63 of an address are equal.
-constexpr std::uintptr_t kHandleMark = std::uintptr_t{0x4F52} << 48U;
+// Handles are numbers that no pointer of 64 bits can be: bits 47 to 63 of an address are equal.
+constexpr std::uintptr_t kHandleMark = std::uintptr_t{0x4F52} << (8 * sizeof(std::uintptr_t) - 16);
 
 /** The contexts that exist. */
 struct Contexts {

@@ -1,7 +1,5 @@
 #include "orv-sdk/last_error.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <array>
 #include <iterator>
@@ -11,6 +9,7 @@
 #include <string>
 
 #include "utils/static_tls.h"
+#include "utils/thread_slot.h"
 
 namespace ORVEL {
 
@@ -31,31 +30,23 @@ using Failures = std::map<ContextId, std::string>;
 // Contexts come and go; a thread that outlives many of them need not remember all.
 constexpr std::size_t kMostFailures = 256;
 
-/** The calling thread's failures. Not a thread_local: without memory for its destructor the program ends. */
-class ThreadFailures {
- public:
-  ThreadFailures() noexcept
-      : made_(pthread_key_create(
-                  &key_, [](void* failures) { delete static_cast<Failures*>(failures); }) == 0) {}
-  Failures* find() const noexcept {
-    return made_ ? static_cast<Failures*>(pthread_getspecific(key_)) : nullptr;
-  }
-  Failures& obtain() const {
-    if (Failures* known = find()) {
-      return *known;
-    }
-    auto failures = std::make_unique<Failures>();
-    if (!made_ || pthread_setspecific(key_, failures.get()) != 0) {
-      throw std::bad_alloc();
-    }
-    return *failures.release();
-  }
+/** The calling thread's failures. */
+const UTILS::ThreadSlot threadFailures([](void* failures) {
+  delete static_cast<Failures*>(failures);
+});
 
- private:
-  pthread_key_t key_{};
-  bool made_;
-};
-const ThreadFailures threadFailures;
+Failures* findFailures() noexcept { return static_cast<Failures*>(threadFailures.get()); }
+
+Failures& obtainFailures() {
+  if (Failures* known = findFailures()) {
+    return *known;
+  }
+  auto failures = std::make_unique<Failures>();
+  if (!threadFailures.set(failures.get())) {
+    throw std::bad_alloc();
+  }
+  return *failures.release();
+}
 
 RememberedRefusal* refusalOf(ContextId context) {
   const auto known = std::find_if(refusals.begin(), refusals.end(), [&](const auto& entry) {
@@ -110,7 +101,7 @@ void rememberFailure(ContextId context, std::string_view reason) noexcept {
     *known = {};
   }
   try {
-    Failures& failures = threadFailures.obtain();
+    Failures& failures = obtainFailures();
     failures[context] = reason;
     if (failures.size() > kMostFailures) {
       failures.erase(
@@ -122,7 +113,7 @@ void rememberFailure(ContextId context, std::string_view reason) noexcept {
 }
 
 void forgetFailure(ContextId context) noexcept {
-  if (Failures* failures = threadFailures.find()) {
+  if (Failures* failures = findFailures()) {
     failures->erase(context);
   }
 }
@@ -130,9 +121,9 @@ void forgetFailure(ContextId context) noexcept {
 const char* lastFailure(ContextId context) noexcept {
   try {
     if (const RememberedRefusal* refused = refusalOf(context)) {
-      return (threadFailures.obtain()[context] = textOf(*refused)).c_str();
+      return (obtainFailures()[context] = textOf(*refused)).c_str();
     }
-    const Failures* failures = threadFailures.find();
+    const Failures* failures = findFailures();
     if (failures == nullptr) {
       return "";
     }

@@ -41,6 +41,9 @@ std::size_t SessionTable::takeIndex() {
 
 void* SessionTable::add(std::unique_ptr<OrvSessionT> session, ContextId context) {
   const std::lock_guard lock(mutex_);
+  if (lastSerial_ == kMostSerial) {
+    throw std::bad_alloc();
+  }
   const std::size_t index = takeIndex();
   const std::uintptr_t handle = (++lastSerial_ << kIndexBits) | index;
   Slot& slot = *slotAt(index);

@@ -56,10 +56,11 @@ class SessionTable : private UTILS::NonCopyMovable {
     std::atomic<ContextId> context{0};
   };
 
-  static constexpr unsigned kIndexBits = 22;
+  // In handles of 32 bits: 4096 sessions at a time, a million over the life of a process.
+  static constexpr unsigned kIndexBits = sizeof(std::uintptr_t) == 8 ? 22 : 12;
+  static constexpr std::uintptr_t kMostSerial = ~std::uintptr_t{0} >> kIndexBits;
   static constexpr std::size_t kChunkSlots = 1024;
   static constexpr std::size_t kChunks = (std::size_t{1} << kIndexBits) / kChunkSlots;
-  static_assert(sizeof(std::uintptr_t) == 8, "handles hold a slot and a serial number");
 
   SessionTable() = default;
   Slot* slotAt(std::size_t index) const;

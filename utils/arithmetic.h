@@ -1,6 +1,5 @@
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -80,7 +79,7 @@ inline bool allFinite(const float* values, std::size_t count) {
   constexpr std::uint32_t kExponent = 0x7F800000U;
   std::uint32_t infinite = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    const std::uint32_t bits = std::bit_cast<std::uint32_t>(values[i]) & kExponent;
+    const std::uint32_t bits = __builtin_bit_cast(std::uint32_t, values[i]) & kExponent;
     infinite |= static_cast<std::uint32_t>(bits == kExponent);
   }
   return infinite == 0;

@@ -45,6 +45,10 @@ class FloatingPointMode : private NonCopyMovable {
   }
   std::uint64_t savedMode_ = 0;
   std::uint64_t savedFlags_ = 0;
+#elif defined(__wasm__)
+  // Rounds to nearest, never traps, keeps denormal numbers: nothing can be set.
+  explicit FloatingPointMode(Denormals /*denormals*/) {}
+  ~FloatingPointMode() {}  // NOLINT(modernize-use-equals-default): used, though it does nothing
 #else
 #error "the floating-point mode of this processor is not known"
 #endif

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/stat.h>
-
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -57,8 +55,11 @@ class RegularFile : private NonCopyMovable {
 
  private:
   int descriptor_ = -1;
-  struct stat status_ {};
+  FileIdentity status_;
   std::string problem_;
 };
+
+/** Whether there is a file of any kind at the path. */
+bool fileExists(const std::string& native);
 
 }  // namespace ORVEL::UTILS

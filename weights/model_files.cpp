@@ -1,6 +1,4 @@
 // Models read by strict rules: whole and sound files only, and a reason for everything else.
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 
@@ -61,7 +59,7 @@ std::string findWeightFile(const std::string& label, const std::string& name,
   const std::array places{UTILS::pathIn(UTILS::folderOf(label), named),
                           UTILS::pathIn(directory, named)};
   for (const std::string& place : places) {
-    if (access(place.c_str(), F_OK) == 0) {
+    if (UTILS::fileExists(place)) {
       return place;
     }
   }

@@ -1,7 +1,6 @@
 #include "weights/weight.h"
 
 #include <sha256.h>
-#include <sys/types.h>
 
 #include <algorithm>
 #include <array>

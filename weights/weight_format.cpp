@@ -119,7 +119,7 @@ Payload readInt(Reader& reader, const std::string& name, AnyMap& values) {
   if (!reader.take(value)) {
     return Payload::kCut;
   }
-  return values.set<int>(name, std::bit_cast<std::int32_t>(value), false) != nullptr
+  return values.set<int>(name, __builtin_bit_cast(std::int32_t, value), false) != nullptr
              ? Payload::kRead
              : Payload::kRepeated;
 }

@@ -1,6 +1,7 @@
 #include "utils/regular_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -17,24 +18,34 @@ std::int64_t nanoseconds(const timespec& time) {
 
 std::string textOf(int error) { return std::generic_category().message(error); }
 
+FileIdentity identityOf(const struct stat& status) {
+  return {.device = status.st_dev,
+          .inode = status.st_ino,
+          .size = status.st_size,
+          .modified = nanoseconds(status.st_mtim),
+          .changed = nanoseconds(status.st_ctim)};
+}
+
 }  // namespace
 
 RegularFile::RegularFile(const std::string& native) {
-  if (stat(native.c_str(), &status_) != 0) {
+  struct stat status {};
+  if (stat(native.c_str(), &status) != 0) {
     problem_ = textOf(errno);
     return;
   }
-  if (S_ISREG(status_.st_mode)) {
+  if (S_ISREG(status.st_mode)) {
     // Not blocking: another file may have taken its place.
     descriptor_ = open(native.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor_ < 0 || fstat(descriptor_, &status_) != 0) {
+    if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
       problem_ = "cannot be opened (" + textOf(errno) + ")";
       return;
     }
   }
-  if (!S_ISREG(status_.st_mode)) {
+  if (!S_ISREG(status.st_mode)) {
     problem_ = "is not a regular file";
   }
+  status_ = identityOf(status);
 }
 
 RegularFile::~RegularFile() {
@@ -48,21 +59,17 @@ std::optional<FileIdentity> RegularFile::identity() const {
   constexpr std::int64_t kMoment = 50'000'000;
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
-  if (!problem_.empty() || nanoseconds(status_.st_mtim) > nanoseconds(now) - kMoment) {
+  if (!problem_.empty() || status_.modified > nanoseconds(now) - kMoment) {
     return std::nullopt;
   }
-  return FileIdentity{.device = status_.st_dev,
-                      .inode = status_.st_ino,
-                      .size = status_.st_size,
-                      .modified = nanoseconds(status_.st_mtim),
-                      .changed = nanoseconds(status_.st_ctim)};
+  return status_;
 }
 
 FileContent RegularFile::read(std::uint64_t mostBytes) const {
   if (!problem_.empty()) {
     return {{}, problem_};
   }
-  const auto size = static_cast<std::uint64_t>(status_.st_size);
+  const auto size = static_cast<std::uint64_t>(status_.size);
   if (size > mostBytes) {
     return {{}, "is larger than " + std::to_string(mostBytes >> 20U) + " MiB"};
   }
@@ -80,5 +87,7 @@ FileContent RegularFile::read(std::uint64_t mostBytes) const {
   }
   return content;
 }
+
+bool fileExists(const std::string& native) { return access(native.c_str(), F_OK) == 0; }
 
 }  // namespace ORVEL::UTILS

@@ -1,0 +1,1 @@
+// The module has no code of its own.
