@@ -18,8 +18,9 @@ ARGS ?=
 export WERROR
 PYTHON := .venv/bin/python
 
-.PHONY: help setup build free aarch64 wasm packages packages-check site demo test test-all bench bench-server bench-peers soak memcheck fuzz mutants torture evaluate \
-        train format format-check lint install clean
+.PHONY: help setup build free aarch64 wasm plugins plugin-test packages packages-check site demo test test-all bench \
+        bench-server bench-peers bench-corpora soak memcheck fuzz mutants torture evaluate train wheel wheel-test format \
+        format-check lint install clean
 
 help: ## Show this list
 	@echo "make TARGET, where TARGET is one of"
@@ -34,6 +35,14 @@ build: setup ## Build the library, the command and the tests (PRESET=release)
 free: ## Build the library from permissively licensed parts only (build/free), list them
 	@scripts/setup free
 	@scripts/free
+
+plugins: ## Build and install the LADSPA and LV2 plugins with the models (PREFIX, DESTDIR)
+	@scripts/setup plugins
+	@scripts/plugins "$(PREFIX)"
+
+plugin-test: ## Build the plugins and test them, in Debian's hosts too
+	@scripts/setup plugins hosts test
+	@scripts/test plugins
 
 packages: ## Build and check the Debian packages and a relocatable archive, of the free build (build/package/packages)
 	@scripts/setup free package
@@ -84,7 +93,7 @@ memcheck: ## Run every model and the command over short streams under valgrind
 
 bench-peers: ## Measure cost beside other noise suppressors and voice detectors
 	@scripts/setup build evaluate
-	@scripts/build release orvel orvel_cli
+	@scripts/build release orvel orvel_cli orvel_python
 	@$(PYTHON) -m evaluation.peers $(if $(DATA),--data "$(DATA)") $(ARGS)
 
 fuzz: ## Run every fuzz target (SECONDS_EACH=60)
@@ -96,13 +105,13 @@ mutants: ## Put kept faults into the sources, one at a time; the tests must noti
 	@scripts/mutants $(ARGS)
 
 torture: ## Send an hour of hard signals through each model, and speech after each (ARGS=--help)
-	@scripts/setup build demo
-	@scripts/build release orvel
+	@scripts/setup build demo extension
+	@scripts/build release orvel orvel_python
 	@ORVEL_LIBRARY=$(CURDIR)/build/release/liborvel.so.1 $(PYTHON) -m evaluation.torture $(ARGS)
 
 evaluate: ## Quality figures of the shipped models beside others (DATA=folder)
 	@scripts/setup build evaluate
-	@scripts/build release orvel orvel_cli
+	@scripts/build release orvel orvel_cli orvel_python
 	@$(PYTHON) -m evaluation $(if $(DATA),--data "$(DATA)") $(ARGS)
 
 train: ## Train a model (MODEL=orvel-16k DATA=folder)
@@ -122,6 +131,18 @@ format-check: ## Fail when a file is not formatted
 lint: ## Static analysis with clang-tidy and ruff (warnings are errors); check the documents
 	@scripts/setup build lint
 	@scripts/lint
+
+wheel: ## Build the Python wheel with the free library and five models (build/wheels)
+	@scripts/setup free wheel
+	@scripts/wheel
+
+wheel-test: wheel ## Install the wheel into an empty environment; run its tests there, Ray and the notebook included
+	@scripts/wheel --test
+
+bench-corpora: ## Measure the cleaning of corpora beside other packages (ARGS=--help)
+	@scripts/setup build test evaluate corpora
+	@scripts/build release orvel orvel_python
+	@$(PYTHON) bench/corpora.py $(ARGS)
 
 install: ## Build and install library, headers, models and command (PREFIX, DESTDIR)
 	@scripts/install "$(PREFIX)"

@@ -24,6 +24,8 @@ execute_process(
 file(STRINGS "${_notices}" _rows REGEX "^[|].*`licenses/")
 string(REGEX MATCHALL "licenses/[A-Za-z0-9.-]+" _licenses "${_rows}")
 list(REMOVE_DUPLICATES _licenses)
+set(ORVEL_LICENSE_FILES ${_licenses})
+list(TRANSFORM ORVEL_LICENSE_FILES PREPEND "${PROJECT_SOURCE_DIR}/")
 install(FILES LICENSE NOTICE "${_notices}" DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT notices)
 install(FILES ${_licenses} DESTINATION "${CMAKE_INSTALL_DOCDIR}/licenses" COMPONENT notices)
 if(ORVEL_MKL_NOTICES)

@@ -2,28 +2,25 @@
 
 from __future__ import annotations
 
-import ctypes
 import logging
 import os
-import threading
-import weakref
-from collections.abc import Callable, Mapping
-from contextlib import contextmanager
+from collections.abc import Mapping, Sequence
 from dataclasses import dataclass
 from pathlib import Path
-from typing import Literal
+from typing import Literal, Self
 
 import numpy as np
+from numpy.typing import ArrayLike, NDArray
 
 from orvel import _native
+from orvel._native import OrvelError as OrvelError
+from orvel.files import library_file, model_folder
+
+Floats = NDArray[np.float32]
 
 _log = logging.getLogger("orvel")
 _LEVELS = (logging.INFO, logging.WARNING, logging.DEBUG)  # errors are raised, too
 _KINDS: dict[int, Literal["cleaner", "detector"]] = {1: "cleaner", 2: "detector"}
-
-
-class OrvelError(RuntimeError):
-    """The library refused a call; the message is its reason."""
 
 
 @dataclass(frozen=True)
@@ -54,15 +51,6 @@ class Statistics:
     state_resets: int
 
 
-def model_folder() -> Path:
-    """Where models are looked for: ORVEL_MODEL_DIR, else the checkout's, else the system's folder."""
-    named = os.environ.get("ORVEL_MODEL_DIR")
-    if named:
-        return Path(named)
-    folders = [_native.CHECKOUT / "models", Path("/usr/local/share/orvel/models"), Path("/usr/share/orvel/models")]
-    return next((folder for folder in folders if folder.is_dir()), folders[0])
-
-
 class Library:
     """Models, by their names, and sessions that use them. Any number in a process, each on its own.
 
@@ -73,12 +61,19 @@ class Library:
     Raises OSError when the shared library cannot be loaded.
     """
 
-    def __init__(self, models: str | os.PathLike[str] | None = None, *, file: str | os.PathLike[str] | None = None):
-        self.native = _native.load(file)
+    def __init__(
+        self, models: str | os.PathLike[str] | None = None, *, file: str | os.PathLike[str] | None = None
+    ) -> None:
         self.folder = Path(models) if models is not None else model_folder()
-        self._context = _Context(self.native, self.folder.resolve())
+        name = os.fspath(file) if file is not None else library_file()
+        try:
+            self._context = _native.Context(name, os.fsencode(self.folder.resolve()), _forward)
+        except OrvelError:
+            raise
+        except RuntimeError as error:
+            message = f"cannot load the ORVEL library: {error}; build it with `make build`, or set ORVEL_LIBRARY"
+            raise OSError(message) from None
         self._names: list[str] = []
-        self._finalizer = weakref.finalize(self, self._context.destroy)
 
     def load(
         self, control: str | os.PathLike[str], name: str | None = None, *, keys: Mapping[str, object] | None = None
@@ -97,7 +92,7 @@ class Library:
         name = name or Path(path).stem
         if keys:
             return self.load_bytes(*_with_keys(self.folder, path, keys, name))
-        self._check(self.native.Orv_Context_SetModel(self._context.handle, os.fsencode(path), name.encode()))
+        self._context.load(os.fsencode(path), name)
         self._names.append(name)
         return self.model(name)
 
@@ -106,21 +101,14 @@ class Library:
 
         `control`: one tuning key and its value a line; a WEIGHT line is ignored.
         """
-        text = control.encode(errors="surrogateescape")
-        self._check(
-            self.native.Orv_Context_SetModelFromMemory(
-                self._context.handle, text, len(text), weights, len(weights), name.encode()
-            )
-        )
+        self._context.load_bytes(control.encode(errors="surrogateescape"), weights, name)
         self._names.append(name)
         return self.model(name)
 
     def model(self, name: str) -> Model:
         """The properties of a loaded model; raises OrvelError when there is none of that name."""
-        info = _native.ModelInfo(size=ctypes.sizeof(_native.ModelInfo))
-        self._check(self.native.Orv_Context_GetModelInfo(self._context.handle, name.encode(), ctypes.byref(info)))
-        own = (info.version.decode(), info.sample_rate, info.frame_length, info.hop, info.latency, info.weights)
-        return Model(name, _KINDS[info.kind], *own)
+        kind, version, rate, frame_length, hop, latency, weights = self._context.model(name)
+        return Model(name, _KINDS[kind], version, rate, frame_length, hop, latency, weights)
 
     def models(self) -> list[Model]:
         """The models loaded so far, in that order."""
@@ -144,25 +132,17 @@ class Library:
     @property
     def version(self) -> str:
         """The version of the shared library, as "1.0.0"."""
-        return self.native.Orv_SDK_GetVersion().decode()
+        return self._context.version()
 
     def close(self) -> None:
         """Gives back the models and ends all sessions; nothing may use them meanwhile or afterwards."""
-        self._finalizer()
+        self._context.close()
 
-    def __enter__(self) -> Library:
+    def __enter__(self) -> Self:
         return self
 
     def __exit__(self, *unused: object) -> None:
         self.close()
-
-    def reason(self) -> str:
-        """Why this thread's last call failed."""
-        return (self.native.Orv_Context_LastError(self._context.handle) or b"").decode(errors="replace")
-
-    def _check(self, status: int) -> None:
-        if status:
-            raise OrvelError(self.reason() or f"the library gave status {status}")
 
 
 def _with_keys(folder: Path, path: str, keys: Mapping[str, object], name: str) -> tuple[bytes, str, str]:
@@ -182,158 +162,110 @@ def _with_keys(folder: Path, path: str, keys: Mapping[str, object], name: str) -
     return content, name, "\n".join([*kept, *new])
 
 
-class _Context:
-    """A context with its message handler; `handle` is None once it is destroyed."""
-
-    def __init__(self, native: ctypes.CDLL, folder: Path):
-        self.native, self.handle = native, native.Orv_Context_Create(os.fsencode(folder))
-        if not self.handle:
-            raise MemoryError("no memory for a context")
-        self._handler = _native.MESSAGE_HANDLER(_forward)  # kept for as long as the context may call it
-        native.Orv_Context_SetMessageHandler(self.handle, self._handler, None)
-
-    def destroy(self) -> None:
-        handle, self.handle = self.handle, None
-        self.native.Orv_Context_Destroy(handle)
-
-    def close(self, function: Callable, session: int) -> None:
-        """Closes a session with its function, unless it ended with the context."""
-        if self.handle:
-            function(session)
-
-
-def _forward(_user: object, severity: int, text: bytes) -> None:
+def _forward(severity: int, text: bytes) -> None:
     _log.log(_LEVELS[min(severity, 2)], "%s", text.decode(errors="replace"))
 
 
 class _Session:
     """An open session. One thread at a time may use it; a second one is refused with a RuntimeError."""
 
-    def __init__(self, library: Library, handle: int | None, close: Callable, rate: int, frame_ms: int):
-        if not handle:
-            raise OrvelError(library.reason() or "the library opened no session")
+    _native: _native.Session
+
+    def __init__(self, library: Library, rate: int, frame_ms: int) -> None:
         self.library, self.rate, self.frame_ms = library, rate, frame_ms
-        self._handle = handle
-        self._busy = threading.Lock()
-        self._finalizer = weakref.finalize(self, library._context.close, close, handle)
 
     @property
     def frame(self) -> int:
         """Samples of one frame of input."""
-        return self.rate * self.frame_ms // 1000
-
-    def _frames(self, audio: np.ndarray) -> tuple[np.ndarray, int]:
-        audio = np.ascontiguousarray(audio, np.float32)
-        if audio.ndim != 1 or len(audio) % self.frame:
-            raise ValueError(f"audio: shape {audio.shape} is no whole number of frames of {self.frame} samples")
-        return audio, len(audio) // self.frame
-
-    def _check(self, status: int, what: str) -> None:
-        if status:
-            raise OrvelError(f"{what}: {self.library.reason() or f'the library gave status {status}'}")
-
-    @contextmanager
-    def _open(self):
-        """The session is open and nobody else uses it."""
-        if not self._busy.acquire(blocking=False):
-            raise RuntimeError("the session is in use by another thread")
-        try:
-            if not self._finalizer.alive or not self.library._context.handle:
-                raise OrvelError("the session is closed")
-            yield
-        finally:
-            self._busy.release()
+        return self._native.frame
 
     def statistics(self) -> Statistics:
         """What the session has counted since it was created."""
-        counts = _native.SessionStatistics(size=ctypes.sizeof(_native.SessionStatistics))
-        with self._open():
-            self._check(self.library.native.Orv_Session_GetStatistics(self._handle, counts), "statistics")
-        return Statistics(counts.frames, counts.failed_frames, counts.state_resets)
+        return Statistics(*self._native.statistics())
 
     def close(self) -> None:
         """Closes the session, once; a later call of another function raises OrvelError."""
-        if self._finalizer.alive:
-            with self._open():
-                self._finalizer()
+        self._native.close()
 
-    def __enter__(self):
+    def __enter__(self) -> Self:
         return self
 
     def __exit__(self, *unused: object) -> None:
         self.close()
 
+    def _frames(self, audio: ArrayLike) -> tuple[Floats, int]:
+        floats = np.ascontiguousarray(audio, np.float32)
+        if floats.ndim != 1 or len(floats) % self.frame:
+            raise ValueError(f"audio: shape {floats.shape} is no whole number of frames of {self.frame} samples")
+        return floats, len(floats) // self.frame
+
 
 class CleaningSession(_Session):
     """Removes noise from one channel, in whole frames; from `Library.cleaner`."""
 
-    def __init__(self, library: Library, rate: int, output_rate: int, frame_ms: int, model: str | None):
-        native, name = library.native, model.encode() if model else None
-        handle = native.Orv_Context_CreateCleaner(library._context.handle, rate, output_rate, frame_ms, name)
-        super().__init__(library, handle, native.Orv_NC_CloseSession, rate, frame_ms)
+    _native: _native.Cleaner
+
+    def __init__(self, library: Library, rate: int, output_rate: int, frame_ms: int, model: str | None) -> None:
+        super().__init__(library, rate, frame_ms)
+        self._native = _native.Cleaner(library._context, rate, output_rate, frame_ms, model or "")
         self.output_rate = output_rate
-        samples = ctypes.c_uint32()
-        self._check(native.Orv_NC_GetLatency(handle, ctypes.byref(samples)), "latency")
-        self.latency = samples.value
+        self.latency = self._native.latency
         """Samples at the output rate by which the output lags behind the input."""
 
-    def process(self, audio: np.ndarray) -> np.ndarray:
+    def process(self, audio: ArrayLike) -> Floats:
         """Cleans whole frames.
 
         `audio`: (frames * `frame`,) floats, full scale +/-1; NaN and infinite samples count as 0.
         Returns float32 in [-1, 1), as many frames at the output rate, late by `latency`. The GIL is
-        released while a frame is cleaned. Raises ValueError for another shape.
+        released meanwhile. Raises ValueError for another shape.
         """
-        audio, frames = self._frames(audio)
-        size, out_size = self.frame, self.output_rate * self.frame_ms // 1000
-        out = np.empty(frames * out_size, np.float32)
-        source, target = audio.ctypes.data, out.ctypes.data
-        clean, handle = self.library.native.Orv_NC_CleanAmbientNoiseFloat, self._handle
-        with self._open():
-            for index in range(frames):
-                status = clean(handle, source + index * size * 4, size, target + index * out_size * 4, out_size)
-                if status:
-                    self._check(status, f"frame {index}")
-        return out
+        return clean_together([self], [audio])[0]
 
     def limit(self, decibels: float) -> None:
         """From the next frame on no frequency is lowered by more than this; OrvelError unless finite and >= 0."""
-        with self._open():
-            self._check(self.library.native.Orv_NC_SetAttenuationLimit(self._handle, decibels), f"limit {decibels}")
+        self._native.limit(decibels)
 
     def reset(self) -> None:
         """Forgets the audio so far; the attenuation limit stays."""
-        with self._open():
-            self._check(self.library.native.Orv_NC_ResetSession(self._handle), "reset")
+        self._native.reset()
+
+
+def clean_together(sessions: Sequence[CleaningSession], audio: Sequence[ArrayLike]) -> list[Floats]:
+    """Cleans whole frames of several sessions, each its own audio of any length, frame by frame in one batch.
+
+    Sessions of one model read its weights once for all. The result is that of `CleaningSession.process` but
+    for the rounding of floats. `audio` and errors as there; no session may be given twice.
+    """
+    inputs = [session._frames(one) for session, one in zip(sessions, audio, strict=True)]
+    outputs = [
+        np.empty(frames * session._native.output_frame, np.float32)
+        for session, (_, frames) in zip(sessions, inputs, strict=True)
+    ]
+    _native.clean([session._native for session in sessions], [floats for floats, _ in inputs], outputs)
+    return outputs
 
 
 class DetectionSession(_Session):
     """Scores voice activity in one channel, in whole frames; from `Library.detector`."""
 
-    def __init__(self, library: Library, rate: int, frame_ms: int, model: str | None):
-        native, name = library.native, model.encode() if model else None
-        handle = native.Orv_Context_CreateDetector(library._context.handle, rate, frame_ms, name)
-        super().__init__(library, handle, native.Orv_VAD_CloseSession, rate, frame_ms)
+    _native: _native.Detector
 
-    def process(self, audio: np.ndarray) -> np.ndarray:
+    def __init__(self, library: Library, rate: int, frame_ms: int, model: str | None) -> None:
+        super().__init__(library, rate, frame_ms)
+        self._native = _native.Detector(library._context, rate, frame_ms, model or "")
+
+    def process(self, audio: ArrayLike) -> Floats:
         """Scores whole frames.
 
         `audio`: (frames * `frame`,) floats, full scale +/-1; NaN and infinite samples count as 0.
         Returns (frames,) float32: for a calibrated model in [0.00001, 0.99999] with 0.5 at its best
         operating point, otherwise the raw output of the network. Raises ValueError for another shape.
         """
-        audio, frames = self._frames(audio)
-        size, scores = self.frame, np.empty(frames, np.float32)
-        source, target = audio.ctypes.data, scores.ctypes.data
-        score, handle = self.library.native.Orv_VAD_ProcessFloat, self._handle
-        with self._open():
-            for index in range(frames):
-                status = score(handle, source + index * size * 4, size, target + index * 4)
-                if status:
-                    self._check(status, f"frame {index}")
+        floats, frames = self._frames(audio)
+        scores = np.empty(frames, np.float32)
+        self._native.process(floats, scores)
         return scores
 
     def reset(self) -> None:
         """Forgets the audio so far."""
-        with self._open():
-            self._check(self.library.native.Orv_VAD_ResetSession(self._handle), "reset")
+        self._native.reset()

@@ -1,6 +1,10 @@
 """The binding on the shipped models."""
 
+import doctest
+import importlib
+import json
 import logging
+import os
 import subprocess
 import sys
 import threading
@@ -14,6 +18,7 @@ import orvel
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 MODELS = ROOT / "models"
+BUILD = Path(os.environ.get("ORVEL_BUILD", ROOT / "build" / "release"))
 
 
 @pytest.fixture(scope="session")
@@ -194,7 +199,7 @@ def test_time_and_level_stay_where_nothing_is_removed(wave):
         ("audio", lambda w: orvel.Cleaner(16000, 2).process(w)),
         ("audio", lambda w: orvel.VoiceDetector(16000).scores(w[:0])),
         ("axis", lambda w: orvel.clean(w, 16000, axis=1)),
-        ("rate", lambda w: orvel.clean(w, 16001)),
+        ("rate", lambda w: orvel.clean(w, 7999)),
         ("rate", lambda w: orvel.VoiceDetector(0)),
         ("channels", lambda w: orvel.Cleaner(16000, 0)),
         ("attenuation_limit", lambda w: orvel.clean(w, 16000, attenuation_limit=float("nan"))),
@@ -229,7 +234,7 @@ def test_scores_lie_in_time_with_their_audio():
 
 
 def test_the_default_model_fits_the_rate(wave):
-    chosen = {rate: orvel.streams._choose(None, rate, None, "cleaner")[1] for rate in (8000, 12000, 16000, 48000)}
+    chosen = {rate: orvel.shipped.choose(None, rate, None, "cleaner")[1] for rate in (8000, 12000, 16000, 48000)}
     assert chosen == {8000: "orvel-8k", 12000: "orvel-8k", 16000: "orvel-16k", 48000: "orvel-32k"}
     assert {model.name for model in orvel.models()} == {path.stem for path in MODELS.glob("*.ctl")}
 
@@ -244,3 +249,57 @@ def test_example(tmp_path, wave):
     assert (run.returncode, run.stdout, run.stderr) == (0, "", "")
     cleaned, rate = soundfile.read(target)
     assert rate == 16000 and cleaned.shape == (8000, 2) and np.sqrt(np.mean(cleaned**2)) < 0.02
+
+
+@pytest.mark.parametrize("name", ["shipped", "streams", "recordings", "voice"])
+def test_docstrings_examples(name):
+    failed, tried = doctest.testmod(importlib.import_module(f"orvel.{name}"))
+    assert tried and not failed
+
+
+@pytest.mark.parametrize("rate", [8000, 11025, 22050, 192000])
+def test_any_rate_keeps_time_and_length(rate):
+    time = np.arange(2 * rate) / rate
+    tone = (0.2 * np.sin(2.0 * np.pi * 440.0 * time)).astype(np.float32)
+    out = orvel.clean(tone, rate, attenuation_limit=0.0)
+    middle = slice(rate // 4, -rate // 4)
+    sample = 0.2 * 2.0 * np.pi * 440.0 / min(rate, 48000)  # what the tone changes in one
+    assert out.shape == tone.shape and np.max(np.abs(out - tone)[middle]) < sample
+
+
+@pytest.mark.parametrize("rate, channels", [(8000, 1), (16000, 1), (48000, 2), (11025, 1)])
+def test_segments_are_those_of_the_command(rate, channels, tmp_path):
+    time = np.arange(6 * rate) / rate
+    voice = sum(np.sin(2.0 * np.pi * 140.0 * k * time + k) / k for k in range(1, 20))
+    inside = np.isin((time * 4.0).astype(int), [2, 3, 4, 9, 10, 12, 22, 23])
+    audio = 0.1 * voice * inside + 1e-3 * np.random.default_rng(2).standard_normal(len(time))
+    soundfile.write(tmp_path / "in.wav", np.repeat(audio[:, None], channels, 1), rate, subtype="FLOAT")
+    command = [BUILD / "tools" / "orvel", "vad", "--json", "--threshold", "0.4", tmp_path / "in.wav"]
+    run = subprocess.run([*command, "--model-dir", MODELS], capture_output=True, check=True)
+    expected = [(one["start"], one["end"]) for one in json.loads(run.stdout)["segments"]]
+    audio, _ = soundfile.read(tmp_path / "in.wav", dtype="float32")
+    found = orvel.VoiceDetector(rate).segments(audio, axis=0, threshold=0.4)
+    assert len(expected) > 2 and len(found) == len(expected)
+    np.testing.assert_allclose([(one.start, one.end) for one in found], expected, atol=0.011)
+
+
+def test_a_batch_is_each_session_by_itself(library, wave):
+    library.load("orvel-16k-tiny")
+    audio = [np.roll(wave, shift)[: 160 * count] for shift, count in ((0, 50), (99, 3), (7, 20))]
+    together = orvel.clean_together([library.cleaner(16000) for _ in audio], audio)
+    for one, cleaned in zip(audio, together, strict=True):
+        assert np.max(np.abs(library.cleaner(16000).process(one) - cleaned)) < 1e-4
+    session = library.cleaner(16000)
+    with pytest.raises(RuntimeError, match="another thread"):
+        orvel.clean_together([session, session], audio[:2])
+    assert len(session.process(audio[0])) == len(audio[0])
+
+
+def test_audio_runs_without_the_gil(library):
+    library.load("orvel-16k")
+    session, count = library.cleaner(16000), 0
+    thread = threading.Thread(target=session.process, args=(np.zeros(16000 * 20, np.float32),))
+    thread.start()
+    while thread.is_alive():  # with the GIL held, this loop would not turn while audio runs
+        count += 1
+    assert count > 1000

@@ -26,7 +26,10 @@ NOT_RUN = [
     (r"(sudo )?make\b", "make", "installs packages, builds or runs for minutes to hours"),
     (r"\.ci/run|scripts/|bench/run", "script", "builds, measures or fuzzes for minutes to hours"),
     (r"python -m samples", "source", "measures for a minute with packages of the demo"),
+    (r"python -m orvel\.corpus", "module", "needs a corpus; python/tests/test_corpus.py runs it"),
+    (r"pip install", "nothing", "installs packages; make wheel-test does"),
     (r"python -m (training|evaluation)", "module", "needs recordings that are not part of the project"),
+    (r"(LADSPA_PATH=\S+ )?pipewire|gst-launch-1.0|ffmpeg .*=orvel", "hosts", "tests/plugins runs it in the program"),
     (r"cmake --preset|cmake --build --preset|ctest --preset", "preset", "builds everything"),
 ]
 # Programs that stand in for those that need a sound card, or packages that nothing else here needs.
@@ -36,6 +39,8 @@ STAND_INS = {
     "aplay": "#!/bin/bash\nexec cat > played.raw\n",
 }
 ALL = [block for document in documents() for block in blocks_of(document)]
+# What needs more packages is run by python/tests/ecosystem.
+PYTHON_BLOCKS = [b for b in ALL if b.language == "python" and "import datasets" not in b.text]
 
 
 def run(command, folder, **environment):
@@ -112,6 +117,8 @@ def check_instead(how, command, block):
         if "train" in targets:
             settings = settings or ["MODEL=orvel-16k", "DATA=folder"]
         run(shlex.join(["make", "-n", *settings, *(targets or ["help"])]), ROOT)
+    elif how == "hosts":
+        assert block.document == "docs/plugins.md", f"{block}: tests/plugins reads docs/plugins.md only"
     elif how == "preset":
         presets = re.findall(r'"name": "([a-z-]+)"', (ROOT / "CMakePresets.json").read_text())
         for preset in re.findall(r"--preset (\S+)", command):
@@ -182,7 +189,7 @@ def test_c_and_cpp_block(block, scratch, environment):
     assert (scratch / "cleaned.raw").stat().st_size == (scratch / "noisy.raw").stat().st_size
 
 
-@pytest.mark.parametrize("block", [b for b in ALL if b.language == "python"], ids=str)
+@pytest.mark.parametrize("block", PYTHON_BLOCKS, ids=str)
 def test_python_block(block, scratch, environment):
     (scratch / "block.py").write_text(block.text)
     run(f"{PYTHON} block.py", scratch, **environment)
