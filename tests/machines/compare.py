@@ -38,7 +38,8 @@ def main(expected_path, got_path):
         sys.exit(f"streams differ: {sorted(expected.keys() ^ got.keys())}")
     failed = 0
     print(
-        "| model | Hz | largest difference, full scale 1 | steps of 16 bits | most |\n| --- | ---: | ---: | ---: | ---: |"
+        "| model | Hz | largest difference, full scale 1 | steps of 16 bits | most |\n"
+        "| --- | ---: | ---: | ---: | ---: |"
     )
     for key, (inputs, outputs) in expected.items():
         model, rate, kind = key
@@ -51,7 +52,8 @@ def main(expected_path, got_path):
         bad = not apart <= most_float or (kind == "cleaner" and steps > most_steps)
         failed += bad
         print(
-            f"| {model} | {rate} | {apart:.1e} | {steps if kind == 'cleaner' else ''} | {most_steps}{' TOO FAR' if bad else ''} |"
+            f"| {model} | {rate} | {apart:.1e} | {steps if kind == 'cleaner' else ''} |"
+            f" {most_steps}{' TOO FAR' if bad else ''} |"
         )
     print(f"{len(expected) - failed} of {len(expected)} streams are near enough")
     return failed != 0
