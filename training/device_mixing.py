@@ -128,6 +128,28 @@ def _segment(key: jax.Array, clicking: jax.Array, slots: dict, odds: dict, rate:
     }
 
 
+# Compiled once for all mixers of the same sizes.
+_segments = jax.jit(jax.vmap(_segment, in_axes=(0, 0, None, None, None)))
+
+
+@partial(jax.jit, static_argnums=3)
+def _sequence(state: dict, cold: jax.Array, second: jax.Array, step: int) -> tuple[dict, dict]:
+    """The first or the ``second`` half of every stream's segment with its gains, and the state behind it."""
+    streams, length = state["noisy"].shape
+    fresh = _tracker(streams, state["tracker"]["queue"].shape[1])
+    mark = lambda value: cold.reshape(-1, *[1] * (value.ndim - 1))  # noqa: E731
+    tracker = jax.tree.map(lambda new, old: jnp.where(mark(old), new, old), fresh, state["tracker"])
+    batch = {}
+    for name in ("noisy", "target"):
+        halves = state[name][:, : length // 2], state[name][:, length // 2 :]
+        tail = jnp.where(cold[:, None], 0.0, state[f"{name}_tail"])
+        batch[name] = jnp.concatenate([tail, jnp.where(second[:, None], halves[1], halves[0])], axis=1)
+    blocks = jnp.sum(jnp.square(batch["noisy"].reshape(streams, -1, step)), axis=2)
+    tracker, batch["gain"] = _gains(tracker, (blocks[:, :-1] + blocks[:, 1:]) / (2 * step))
+    tails = {f"{name}_tail": batch[name][:, -step:] for name in ("noisy", "target")}
+    return {**state, **tails, "tracker": tracker}, batch
+
+
 class DeviceMixer:
     """Mixes streams on the default device; gives the batches that StreamMixer gives, as arrays there.
 
@@ -148,9 +170,8 @@ class DeviceMixer:
         state["tracker"] = _tracker(streams, pool.rate * 4 // step)
         state |= {name: jnp.zeros((streams, step)) for name in ("noisy_tail", "target_tail")}
         self.state, self.turn = state, 0
-        self._refill = jax.jit(jax.vmap(partial(_segment, odds=self.odds, rate=self.rate), in_axes=(0, 0, None)))
-        self._cut = jax.jit(self._sequence)
-        self._renew(np.arange(streams))
+        for half in (0, 1):
+            self._renew(np.arange(half, streams, 2))
 
     def _upload(self, pool: Pool, rng: np.random.Generator) -> dict:
         filled = np.flatnonzero(pool.speech_kind)
@@ -173,22 +194,9 @@ class DeviceMixer:
 
     def _renew(self, rows: np.ndarray) -> None:
         self.key, key = jax.random.split(self.key)
-        fresh = self._refill(jax.random.split(key, len(rows)), self.state["clicking"][rows], self.slots)
+        keys = jax.random.split(key, len(rows))
+        fresh = _segments(keys, self.state["clicking"][rows], self.slots, self.odds, float(self.rate))
         self.state |= {name: self.state[name].at[rows].set(value) for name, value in fresh.items()}
-
-    def _sequence(self, state: dict, cold: jax.Array, second: jax.Array) -> tuple[dict, dict]:
-        fresh = _tracker(self.streams, state["tracker"]["queue"].shape[1])
-        mark = lambda value: cold.reshape(-1, *[1] * (value.ndim - 1))  # noqa: E731
-        tracker = jax.tree.map(lambda new, old: jnp.where(mark(old), new, old), fresh, state["tracker"])
-        batch = {}
-        for name in ("noisy", "target"):
-            halves = state[name][:, : self.sequence], state[name][:, self.sequence :]
-            tail = jnp.where(cold[:, None], 0.0, state[f"{name}_tail"])
-            batch[name] = jnp.concatenate([tail, jnp.where(second[:, None], halves[1], halves[0])], axis=1)
-        blocks = jnp.sum(jnp.square(batch["noisy"].reshape(self.streams, -1, self.step)), axis=2)
-        tracker, batch["gain"] = _gains(tracker, (blocks[:, :-1] + blocks[:, 1:]) / (2 * self.step))
-        tails = {f"{name}_tail": batch[name][:, -self.step :] for name in ("noisy", "target")}
-        return {**state, **tails, "tracker": tracker}, batch
 
     def next(self) -> Batch:
         """The next sequence of every stream; half of the streams get their next segment first."""
@@ -199,6 +207,6 @@ class DeviceMixer:
         self.key, key = jax.random.split(self.key)
         cold = jax.random.uniform(key, (self.streams,)) < self.odds["cold"]
         cold = cold & ~jnp.asarray(second) & ~(before & self.state["clicking"])
-        self.state, batch = self._cut(self.state, cold, jnp.asarray(second))
+        self.state, batch = _sequence(self.state, cold, jnp.asarray(second), self.step)
         kept = {name: self.state[name] for name in ("norm", "wide", "voiced")}
         return Batch(**batch, **kept, cold=cold)

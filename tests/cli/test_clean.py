@@ -155,7 +155,7 @@ def test_refused_command_lines_say_why(folder):
     (folder / "out").mkdir()
     folder.refuses([
         ("orvel claen a.wav o.wav", 2, "no command 'claen'; did you mean 'clean'?"),
-        ("orvel remove a.wav o.wav", 2, "no command 'remove'; there are: clean, vad, info, models, keys"),
+        ("orvel remove a.wav o.wav", 2, "no command 'remove'; there are: clean, vad, report, info, models, keys"),
         ("orvel clean a.wav", 2, "an input and an output"),
         ("orvel clean a.wav a.wav", 2, "is input and output at once"),
         ("orvel clean --force a.wav $PWD/./a.wav", 2, "is input and output at once"),

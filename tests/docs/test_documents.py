@@ -24,12 +24,12 @@ PYTHON = sys.executable
 # (pattern of the command, check in place of a run, reason)
 NOT_RUN = [
     (r"(sudo )?make\b", "make", "installs packages, builds or runs for minutes to hours"),
-    (r"\.ci/run|scripts/|bench/run", "script", "builds, measures or fuzzes for minutes to hours"),
+    (r"\.ci/|scripts/|bench/", "script", "builds, measures or fuzzes for minutes to hours"),
     (r"python -m samples", "source", "measures for a minute with packages of the demo"),
     (r"python -m orvel\.corpus", "module", "needs a corpus; python/tests/test_corpus.py runs it"),
-    (r"pip install", "nothing", "installs packages; make wheel-test does"),
+    (r"pip install", "package", "installs packages; make wheel-test does"),
     (r"python -m (training|evaluation)", "module", "needs recordings that are not part of the project"),
-    (r"(LADSPA_PATH=\S+ )?pipewire|gst-launch-1.0|ffmpeg .*=orvel", "hosts", "tests/plugins runs it in the program"),
+    (r"(LADSPA_PATH=\S+ )?pipewire|gst-launch-1.0|ffmpeg .*[=:]orvel", "hosts", "tests/plugins runs it in the host"),
     (r"cmake --preset|cmake --build --preset|ctest --preset", "preset", "builds everything"),
 ]
 # Programs that stand in for those that need a sound card, or packages that nothing else here needs.
@@ -119,6 +119,8 @@ def check_instead(how, command, block):
         run(shlex.join(["make", "-n", *settings, *(targets or ["help"])]), ROOT)
     elif how == "hosts":
         assert block.document == "docs/plugins.md", f"{block}: tests/plugins reads docs/plugins.md only"
+    elif how == "package":
+        assert words[2].partition("[")[0] in ("orvel", "./python"), f"{block}: no package of this project"
     elif how == "preset":
         presets = re.findall(r'"name": "([a-z-]+)"', (ROOT / "CMakePresets.json").read_text())
         for preset in re.findall(r"--preset (\S+)", command):

@@ -5,6 +5,7 @@ from dataclasses import astuple
 import numpy as np
 import pytest
 
+from training import device_mixing
 from training.device_mixing import DeviceMixer
 from training.labels import voice_labels
 from training.level import RescaleTracker, frame_energies
@@ -17,8 +18,9 @@ RATE = 8000
 
 
 @pytest.fixture()
-def pool(tmp_path):
+def pool(tmp_path, monkeypatch):
     """Four speech and four noise slots: a tone as speech, noise as noise."""
+    monkeypatch.setattr(device_mixing, "MADE", 2)
     pool = Pool(tmp_path / "pool", RATE, 4, 4)
     rng = np.random.default_rng(1)
     time = np.arange(segment_length(RATE)) / RATE
@@ -35,8 +37,8 @@ MIXERS = pytest.mark.parametrize("kind", [StreamMixer, DeviceMixer])
 
 @MIXERS
 def test_streams_carry_on_from_sequence_to_sequence(pool, kind):
-    mixer = kind(pool, 6, 128, seed=1, cold=0.0, clicks=0.05)
-    tracker = RescaleTracker(6, RATE, 128)
+    mixer = kind(pool, 64, 128, seed=1, cold=0.0, clicks=0.05)
+    tracker = RescaleTracker(64, RATE, 128)
     before = mixer.next()
     tracker.gains(frame_energies(np.asarray(before.noisy), 128))
     for _ in range(3):
@@ -44,7 +46,7 @@ def test_streams_carry_on_from_sequence_to_sequence(pool, kind):
         np.testing.assert_array_equal(after.noisy[:, :128], before.noisy[:, -128:])
         np.testing.assert_array_equal(after.target[:, :128], before.target[:, -128:])
         gains = tracker.gains(frame_energies(np.asarray(after.noisy), 128))
-        np.testing.assert_allclose(after.gain, gains, rtol=1e-4)
+        np.testing.assert_allclose(after.gain, gains, rtol=1e-3)
         before = after
 
 
@@ -52,7 +54,7 @@ def test_streams_carry_on_from_sequence_to_sequence(pool, kind):
 def test_mixes_cover_the_levels_and_ratios(pool, kind):
     mixer = kind(pool, 64, 128, seed=2)
     levels, ratios, silent = [], [], 0
-    for _ in range(8):
+    for _ in range(6):
         batch = mixer.next()
         batch = Batch(*map(np.asarray, astuple(batch)))
         noise = batch.noisy - batch.target
