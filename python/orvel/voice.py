@@ -13,7 +13,7 @@ from numpy.typing import ArrayLike
 from orvel.arrays import Floats, to_floats
 from orvel.library import Library
 from orvel.recordings import check_rate
-from orvel.shipped import RATES, choose
+from orvel.shipped import choose
 
 _LAG = 2  # frames by which the library's scores lag behind their audio
 _STEP = 10  # ms of a score
@@ -42,9 +42,12 @@ class VoiceDetector:
 
     def __init__(self, rate: int, *, model: str | None = None, library: Library | None = None) -> None:
         check_rate(rate)
-        self.rate, inner = rate, rate if rate in RATES else 16000
-        library, model = choose(library, inner, model, "detector")
-        self._session = library.detector(inner, model)
+        self.rate = rate
+        library, model = choose(library, rate, model, "detector")
+        detectors = [one for one in library.models() if one.kind == "detector" and model in (None, one.name)]
+        # At the model's own rate: the conversion here shifts nothing in time, a session's own would.
+        own = detectors[0].rate if detectors else rate
+        self._session = library.detector(own, model)
         self._busy = threading.Lock()
 
     def scores(self, audio: ArrayLike, *, axis: int = -1) -> Floats:
