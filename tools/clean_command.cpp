@@ -184,9 +184,9 @@ void cleanTogether(Inputs& inputs, const std::vector<Job>& jobs, std::size_t mos
     }
     std::vector<orvel::StreamCleaner::Block> blocks;
     std::erase_if(open, [&](const auto& entry) {
-      const auto& [i, cleaning] = entry;
+      const std::size_t i = entry.first;
       bool ended = false;
-      const bool succeeded = inputs.attempt(i, [&, &each = *cleaning] {
+      const bool succeeded = inputs.attempt(i, [&, i, &each = *entry.second] {
         if (const auto block = each.read()) {
           blocks.push_back(*block);
           return;

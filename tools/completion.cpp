@@ -48,7 +48,7 @@ Argument describe(const CLI::Option& option) {
   argument.description = option.get_description();
   argument.choices = choicesIn(option.get_type_name());
   argument.repeats = option.get_items_expected_max() > 1;
-  const std::string name = option.get_single_name();
+  const std::string& name = option.get_single_name();
   if (option.get_items_expected_max() == 0) {  // a flag
     argument.value = Value::kNone;
   } else if (!argument.choices.empty()) {
@@ -133,6 +133,7 @@ std::string bashReply(const Argument& argument) {
 
 std::string bash(const Command& program, const std::vector<Command>& commands) {
   std::vector<std::string> names;
+  names.reserve(commands.size());
   for (const Command& command : commands) {
     names.push_back(command.name);
   }

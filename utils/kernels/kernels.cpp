@@ -187,11 +187,12 @@ template <std::size_t kMost>
 void multiplyAddUnits(const Block (&blocks)[kMost], const float* panel, std::size_t stride,
                       std::size_t width, std::size_t inputs, const float* const* x, float* const* y,
                       std::size_t offset) {
-  for (std::size_t at = 0; at < width;) {
-    const std::size_t left = (width - at) / kUnit;
+  for (std::size_t left = width / kUnit; left > 0;) {
     const std::size_t units = left < kMost ? left : kMost;
-    blocks[units - 1](panel + at, stride, inputs, x, y, offset + at);
-    at += units * kUnit;
+    blocks[units - 1](panel, stride, inputs, x, y, offset);
+    panel += units * kUnit;
+    offset += units * kUnit;
+    left -= units;
   }
 }
 
