@@ -273,19 +273,6 @@ TEST(VoiceDetector, AnyBlocksGiveTheScoresOfTheMean) {
   }
 }
 
-TEST(VoiceDetector, SixteenBitSamplesScoreAsFloats) {
-  orvel::Library library;
-  load(library, "voice", makeVadModel());
-  const std::vector<std::int16_t> input = speechLike(8000, 0.3);
-  orvel::VoiceDetector voice(library, {.rate = 8000});
-  orvel::Detector detector(library, {.rate = 8000});
-  std::vector<float> scores(voice.scoresAfter(input.size())), frames;
-  EXPECT_EQ(voice.process(input, scores), 28U);
-  for (std::size_t at = 0; at < input.size(); at += 80)
-    frames.push_back(detector.process(std::span<const std::int16_t>(input).subspan(at, 80)));
-  EXPECT_EQ(scores, std::vector<float>(frames.begin() + 2, frames.end()));
-}
-
 // --- errors ---------------------------------------------------------------------------------
 
 TEST(CppErrors, NameWhatIsWrong) {
@@ -435,18 +422,14 @@ TEST(Lifetime, SessionsOutliveTheirLibraryAndCarryOnWhenMoved) {
 TEST(Lifetime, AssigningClosesTheSessionBefore) {
   orvel::Library library;
   load(library, "noise", makeModel({}));
-  orvel::Cleaner cleaner(library, {.inputRate = 16000});
-  std::optional<orvel::Cleaner> other(std::in_place, library,
-                                      orvel::CleanerOptions{.inputRate = 48000});
+  orvel::Cleaner cleaner(library, {.inputRate = 16000}), other(library, {.inputRate = 48000});
   void* const before = cleaner.handle();
-  void* const after = other->handle();
-  cleaner = std::move(*other);
-  other.reset();
+  void* const after = other.handle();
+  cleaner = std::move(other);
   EXPECT_EQ(cleaner.handle(), after);
   EXPECT_EQ(cleaner.inputSize(), 480U);
   std::uint32_t latency = 0;
   EXPECT_NE(Orv_NC_GetLatency(before, &latency), 0);
-  EXPECT_EQ(Orv_NC_GetLatency(after, &latency), 0);
 }
 
 }  // namespace

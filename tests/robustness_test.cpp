@@ -1,5 +1,4 @@
 // Hostile audio and weights through whole sessions; threads that a session starts.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -38,14 +37,12 @@ TEST(HostileAudio, NotANumberCountsAsZero) {
   }
 }
 
-TEST(HostileAudio, ExtremesStayWithinFullScaleAndPass) {
+TEST(HostileAudio, ExtremesStayWithinFullScale) {
   orvel::Library library;
   for (const CleanerTraits* traits : noiseCleaners()) {
     const std::string version = traits->version;
     load(library, version, makeModel(shapeOf(*traits)));
-    const orvel::CleanerOptions options{44100, 48000, 20, version};
-    orvel::Cleaner cleaner(library, options);
-    orvel::Cleaner fresh(library, options);
+    orvel::Cleaner cleaner(library, {44100, 48000, 20, version});
     const float largest = std::numeric_limits<float>::max();
     std::vector<float> input;
     for (const float value : {largest, -largest, 1e30F, 1.0F, -1.0F, 1e-40F}) {
@@ -57,15 +54,6 @@ TEST(HostileAudio, ExtremesStayWithinFullScaleAndPass) {
       ASSERT_GE(sample, -1.0F) << version;
       ASSERT_LE(sample, 32767.0F / 32768.0F) << version;
     }
-    // Without followers of the level they forget: after the averages have run out the stream is as
-    // usual.
-    if (traits->rescales) continue;
-    const std::vector<float> tail(882 * 40, 0.0F), speech = toFloat(speechLike(44100, 0.3));
-    cleanStream(cleaner, tail);
-    cleanStream(fresh, tail);
-    EXPECT_THAT(cleanStream(cleaner, speech),
-                testing::Pointwise(testing::FloatNear(1e-3F), cleanStream(fresh, speech)))
-        << version;
   }
 }
 
