@@ -45,7 +45,7 @@ plugin-test: ## Build the plugins and test them, in Debian's hosts too
 	@scripts/test plugins
 
 packages: ## Build and check the Debian packages and a relocatable archive, of the free build (build/package/packages)
-	@scripts/setup free package
+	@scripts/setup free plugins package
 	@scripts/package
 
 packages-check: packages ## Install them on a bare Debian 12, use and remove them (as root)
