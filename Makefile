@@ -101,7 +101,7 @@ fuzz: ## Run every fuzz target (SECONDS_EACH=60)
 	@scripts/fuzz $(SECONDS_EACH)
 
 mutants: ## Put kept faults into the sources, one at a time; the tests must notice each (ARGS=--help)
-	@scripts/setup build test
+	@scripts/setup build plugins test
 	@scripts/mutants $(ARGS)
 
 torture: ## Send an hour of hard signals through each model, and speech after each (ARGS=--help)
