@@ -122,7 +122,9 @@ def check_instead(how, command, block):
         assert block.document.endswith("plugins.md"), f"{block}: tests/plugins reads docs/plugins.md only"
     elif how == "Debian":
         for file in words[2:]:
-            assert file.removeprefix(".") in (ROOT / "scripts/check-packages").read_text(), f"{block}: {file} is not tried"
+            assert file.removeprefix(".") in (ROOT / "scripts/check-packages").read_text(), (
+                f"{block}: {file} is not tried"
+            )
     elif how == "package":
         assert words[2].partition("[")[0] in ("orvel", "./python"), f"{block}: no package of this project"
     elif how == "preset":

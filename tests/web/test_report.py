@@ -57,7 +57,7 @@ def test_report(tmp_path, width, scheme, paper):
         wait.until(lambda _: seconds() > before)
         driver.execute_script("document.getElementById('wave').click()")  # at the left edge
         again = driver.execute_script("return starts")[3:]
-        assert len(again) == 3 and set(each.split(",")[1] for each in again) == {"0"}
+        assert len(again) == 3 and {each.split(",")[1] for each in again} == {"0"}
 
         asked = [json.loads(entry["message"])["message"] for entry in driver.get_log("performance")]
         asked = [e["params"]["request"]["url"] for e in asked if e["method"] == "Network.requestWillBeSent"]
