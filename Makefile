@@ -45,7 +45,7 @@ plugin-test: ## Build the plugins and test them, in Debian's hosts too
 	@scripts/test plugins
 
 packages: ## Build and check the Debian packages and a relocatable archive, of the free build (build/package/packages)
-	@scripts/setup free package
+	@scripts/setup free plugins package
 	@scripts/package
 
 packages-check: packages ## Install them on a bare Debian 12, use and remove them (as root)
@@ -101,7 +101,7 @@ fuzz: ## Run every fuzz target (SECONDS_EACH=60)
 	@scripts/fuzz $(SECONDS_EACH)
 
 mutants: ## Put kept faults into the sources, one at a time; the tests must notice each (ARGS=--help)
-	@scripts/setup build test
+	@scripts/setup build plugins test
 	@scripts/mutants $(ARGS)
 
 torture: ## Send an hour of hard signals through each model, and speech after each (ARGS=--help)

@@ -15,6 +15,9 @@ set(_parts ${ORVEL_MATH} ${ORVEL_RESAMPLER})
 if(TARGET orvel_cli)
   list(APPEND _parts command)
 endif()
+if(TARGET orvel_ladspa)
+  list(APPEND _parts speexdsp)
+endif()
 set(_notices "${PROJECT_BINARY_DIR}/THIRD_PARTY.md")
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS THIRD_PARTY.md scripts/notices)
 execute_process(
@@ -63,25 +66,28 @@ configure_file(cmake/orvel.pc.in "${PROJECT_BINARY_DIR}/orvel.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/orvel.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
         COMPONENT liborvel-dev)
 
-# Last: a bill of materials of what was installed; each Debian package has its own.
+# Last: a bill of materials of what was installed; each component has its own, but the
+# notices, which are no program.
 get_property(_parts GLOBAL PROPERTY ORVEL_COMPILED_IN)
 list(TRANSFORM _parts PREPEND "--compiled-in=")
 install(
   CODE "
-  set(_root \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
-  list(TRANSFORM CMAKE_INSTALL_MANIFEST_FILES PREPEND \"\$ENV{DESTDIR}\" OUTPUT_VARIABLE _files)
-  list(JOIN _files \"\n\" _files)
-  set(_docs \"${CMAKE_INSTALL_DOCDIR}\")
-  if(CMAKE_INSTALL_COMPONENT)
-    set(_docs \"${CMAKE_INSTALL_DATADIR}/doc/\${CMAKE_INSTALL_COMPONENT}\")
-  endif()
-  cmake_path(APPEND CMAKE_INSTALL_PREFIX \"\${_docs}/orvel.spdx.json\" OUTPUT_VARIABLE _sbom)
-  set(_list \"\$ENV{DESTDIR}\${_sbom}.files\")
-  file(WRITE \"\${_list}\" \"\${_files}\n\")
-  execute_process(
-    COMMAND \"${ORVEL_PYTHON}\" \"${PROJECT_SOURCE_DIR}/scripts/sbom\" \"\${_root}\" --version ${PROJECT_VERSION}
-            --files \"\${_list}\" --out \"\$ENV{DESTDIR}\${_sbom}\" ${_parts}
-    COMMAND_ERROR_IS_FATAL ANY)
-  file(REMOVE \"\${_list}\")
-  message(STATUS \"Installing: \$ENV{DESTDIR}\${_sbom}\")
-  list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${_sbom}\")" ALL_COMPONENTS)
+  if(NOT CMAKE_INSTALL_COMPONENT STREQUAL notices)
+    set(_root \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
+    list(TRANSFORM CMAKE_INSTALL_MANIFEST_FILES PREPEND \"\$ENV{DESTDIR}\" OUTPUT_VARIABLE _files)
+    list(JOIN _files \"\n\" _files)
+    set(_docs \"${CMAKE_INSTALL_DOCDIR}\")
+    if(CMAKE_INSTALL_COMPONENT)
+      set(_docs \"${CMAKE_INSTALL_DATADIR}/doc/\${CMAKE_INSTALL_COMPONENT}\")
+    endif()
+    cmake_path(APPEND CMAKE_INSTALL_PREFIX \"\${_docs}/orvel.spdx.json\" OUTPUT_VARIABLE _sbom)
+    set(_list \"\$ENV{DESTDIR}\${_sbom}.files\")
+    file(WRITE \"\${_list}\" \"\${_files}\n\")
+    execute_process(
+      COMMAND \"${ORVEL_PYTHON}\" \"${PROJECT_SOURCE_DIR}/scripts/sbom\" \"\${_root}\" --version ${PROJECT_VERSION}
+              --files \"\${_list}\" --out \"\$ENV{DESTDIR}\${_sbom}\" ${_parts}
+      COMMAND_ERROR_IS_FATAL ANY)
+    file(REMOVE \"\${_list}\")
+    message(STATUS \"Installing: \$ENV{DESTDIR}\${_sbom}\")
+    list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${_sbom}\")
+  endif()" ALL_COMPONENTS)

@@ -1,9 +1,9 @@
 # Debian packages and a relocatable archive, by cpack: `make packages`. They are made from the preset
 # package, which holds permissively licensed parts only: MKL is not free, so no package may contain it.
 #
-# A component is a package. One that is declared elsewhere is added with
+# A component is a package:
 #   orvel_debian_package(orvel-NAME SECTION DEPENDS SUMMARY DESCRIPTION)
-# where the rules install(... COMPONENT orvel-NAME) are; this file comes last.
+# for the rules install(... COMPONENT orvel-NAME), which come before this file.
 set(ORVEL_MAINTAINER "The ORVEL authors <orvel@lists.invalid>" CACHE STRING "Maintainer named in Debian packages")
 
 # Between releases the packages sort behind the last one, so that symbols added since can name them.
@@ -51,6 +51,19 @@ orvel_debian_package(orvel-models sound "" "noise removal and voice activity for
 This package contains the trained models, for 8, 16 and 32 kHz, each with a
 card that names the data it was trained on.")
 set(CPACK_DEBIAN_ORVEL-MODELS_PACKAGE_ARCHITECTURE all)
+if(ORVEL_PLUGINS)
+  orvel_debian_package(orvel-ladspa sound "orvel-models (= ${ORVEL_DEBIAN_VERSION})" "noise removal for speech, LADSPA plugin"
+"ORVEL removes ambient noise from live speech.
+.
+This package contains the LADSPA plugin, for one channel and for linked stereo,
+and a PipeWire configuration that offers the microphone without noise. The
+plugin holds the library.")
+  orvel_debian_package(orvel-lv2 sound "orvel-models (= ${ORVEL_DEBIAN_VERSION})" "noise removal for speech, LV2 plugin"
+"ORVEL removes ambient noise from live speech.
+.
+This package contains the LV2 plugin, for one channel and for linked stereo. It
+holds the library.")
+endif()
 set(CPACK_DEBIAN_LIBORVEL1_PACKAGE_CONTROL_EXTRA "${PROJECT_BINARY_DIR}/debian/symbols"
     "${PROJECT_BINARY_DIR}/debian/shlibs" "${PROJECT_BINARY_DIR}/debian/triggers")
 

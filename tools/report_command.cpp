@@ -17,7 +17,7 @@ namespace ORVEL::TOOLS {
 namespace {
 
 constexpr std::size_t kBlockFrames = 4096;
-// What a page may hold: 5 minutes are some 30 MB of it, and 300 MB of memory.
+// What a page may hold: 5 minutes at 48 kHz are 34 to 68 MB of it, and 420 MB of memory.
 constexpr int kMostSeconds = 300;
 // Words begin and end softer than the detector finds them: what lies this near is not between them.
 constexpr int kPaddingMs = 150;

@@ -1,7 +1,9 @@
 const data = JSON.parse(text("data"));
 const element = (id) => document.getElementById(id);
 const kColumns = 900;
+const kSteps = [1, 2, 5, 10, 20, 30, 60];
 const minutes = (s) => `${Math.floor(s / 60)}:${String(Math.floor(s % 60)).padStart(2, "0")}`;
+const signed = (value, digits) => value.toFixed(digits).replace("-", "−");
 const colour = (name) => getComputedStyle(document.documentElement).getPropertyValue(name);
 
 // Colours from dark to light over a value from 0 to 1: of sound, and of what was lowered.
@@ -36,13 +38,23 @@ function drawSpectrum(view, spectra, rate) {
   const sheet = new OffscreenCanvas(columns, bins);
   sheet.getContext("2d").putImageData(image, 0, 0);
   pen.drawImage(sheet, 0, 0, width, height);
-  pen.fillStyle = "#ffffffcc";
+  // On a dark plate: the colours below may be light.
+  const label = (words, x, y) => {
+    const wide = pen.measureText(words).width, pad = 3 * ratio;
+    pen.fillStyle = "#080a20b0";
+    pen.fillRect(x - pad, y - 10 * ratio, wide + 2 * pad, 13 * ratio);
+    pen.fillStyle = "#fff";
+    pen.fillText(words, x, y);
+  };
   for (const share of [0.25, 0.5, 0.75]) {
-    pen.fillText(`${(share * rate / 2000).toFixed(rate < 24000 ? 1 : 0)} kHz`, 6 * ratio, height * (1 - share) + 4 * ratio);
+    label(`${(share * rate / 2000).toFixed(rate < 24000 ? 1 : 0)} kHz`, 6 * ratio, height * (1 - share) + 4 * ratio);
   }
-  for (let k = 1; k < 5; k++) pen.fillText(minutes(data.start + data.duration * k / 5), width * k / 5, height - 6 * ratio);
+  const step = kSteps.find((each) => data.duration / each < width / ratio / 70) ?? 120, first = Math.floor(data.start / step) + 1;
+  for (let t = first * step; t < data.start + data.duration * 0.95; t += step) {
+    label(minutes(t), width * (t - data.start) / data.duration, height - 6 * ratio);
+  }
   element("spectrum-title").textContent = lowered ? "Lowered by: dark 0 dB, light 40 dB and more"
-    : `Spectrogram ${view}, ${Math.round(top - 80)} to ${Math.round(top)} dBFS`;
+    : `Spectrogram ${view}, ${signed(top - 80, 0)} to ${signed(top, 0)} dBFS`;
 }
 
 function drawWave(samples, peak) {
@@ -79,7 +91,7 @@ function fillFigures() {
     row.appendChild(document.createElement("th")).textContent = `${title}, ${unit}`;
     const [before, after] = [data.before[key], data.after[key]], known = before !== null && after !== null;
     for (const value of [before, after, known ? after - before : null]) {
-      row.insertCell().textContent = value === null ? "–" : value.toFixed(1).replace("-", "−");
+      row.insertCell().textContent = value === null ? "–" : signed(value, 1);
     }
   }
 }
