@@ -114,7 +114,8 @@ class Session {
   #kind;
   #buffer;
   #at;
-  #sizes;
+  #inputSize;
+  #outputSize;
   #input;
   #output;
 
@@ -123,7 +124,8 @@ class Session {
     this.#session = session;
     this.#process = functions[process];
     this.#kind = kind;
-    this.#sizes = [inputSize, outputSize];
+    this.#inputSize = inputSize;
+    this.#outputSize = outputSize;
     this.#at = functions.malloc(4 * (inputSize + outputSize + 1));
     if (this.#at === 0) throw new Error("orvel: out of memory");
   }
@@ -142,18 +144,17 @@ class Session {
 
   /** Processes the input; false when the frame could not be processed, its output is then silent. */
   process() {
-    const [inputSize, outputSize] = this.#sizes;
-    const output = this.#at + 4 * inputSize;
+    const output = this.#at + 4 * this.#inputSize;
     const status =
       this.#kind === "NC"
-        ? this.#process(this.#session, this.#at, inputSize, output, outputSize)
-        : this.#process(this.#session, this.#at, inputSize, output);
+        ? this.#process(this.#session, this.#at, this.#inputSize, output, this.#outputSize)
+        : this.#process(this.#session, this.#at, this.#inputSize, output);
     return status === 0;
   }
 
   /** Delay of a cleaner's output in samples. */
   get latency() {
-    const place = this.#at + 4 * (this.#sizes[0] + this.#sizes[1]);
+    const place = this.#at + 4 * (this.#inputSize + this.#outputSize);
     if (this.#functions.Orv_NC_GetLatency(this.#session, place) !== 0) return 0;
     return new Uint32Array(this.#functions.memory.buffer, place, 1)[0];
   }
@@ -177,7 +178,7 @@ class Session {
     const buffer = this.#functions.memory.buffer;
     if (buffer === this.#buffer) return;
     this.#buffer = buffer;
-    this.#input = new Float32Array(buffer, this.#at, this.#sizes[0]);
-    this.#output = new Float32Array(buffer, this.#at + 4 * this.#sizes[0], this.#sizes[1]);
+    this.#input = new Float32Array(buffer, this.#at, this.#inputSize);
+    this.#output = new Float32Array(buffer, this.#at + 4 * this.#inputSize, this.#outputSize);
   }
 }

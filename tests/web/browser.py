@@ -1,0 +1,86 @@
+"""Debian's Chromium, driven headless, and a server on this machine for it."""
+
+from __future__ import annotations
+
+import functools
+import threading
+from contextlib import contextmanager
+from http.server import SimpleHTTPRequestHandler, ThreadingHTTPServer
+from pathlib import Path
+
+from selenium import webdriver
+from selenium.webdriver.chrome.service import Service
+
+ROOT = Path(__file__).resolve().parents[2]
+SITE = ROOT / "build/web"
+HERE = Path(__file__).resolve().parent
+
+
+class Site:
+    """build/web at `address`, tests/web below test/, a folder below scratch/ that takes what a page puts there."""
+
+    def __init__(self, scratch: Path):
+        self.scratch, self.requests = scratch, []
+        handler = functools.partial(_Handler, self)
+        self._server = ThreadingHTTPServer(("localhost", 0), handler)
+        self.address = f"http://localhost:{self._server.server_address[1]}/"
+        threading.Thread(target=self._server.serve_forever, daemon=True).start()
+
+    def close(self) -> None:
+        self._server.shutdown()
+        self._server.server_close()
+
+
+class _Handler(SimpleHTTPRequestHandler):
+    def __init__(self, site, *arguments):
+        self.site = site
+        super().__init__(*arguments)
+
+    def translate_path(self, path):
+        path = path.partition("?")[0]
+        for prefix, folder in (("/test/", HERE), ("/scratch/", self.site.scratch)):
+            if path.startswith(prefix):
+                return str(folder / Path(path).name)
+        return str(SITE / path.lstrip("/")) if path != "/" else str(SITE)
+
+    def do_GET(self):
+        self.site.requests.append(self.path)
+        super().do_GET()
+
+    def do_PUT(self):
+        Path(self.translate_path(self.path)).write_bytes(self.rfile.read(int(self.headers["Content-Length"])))
+        self.send_response(204)
+        self.end_headers()
+
+    def log_message(self, *arguments):
+        pass
+
+
+@contextmanager
+def chromium(downloads: Path, *flags: str, microphone: Path | None = None):
+    """A headless browser. `microphone`: the WAV file that its microphone gives, over and over."""
+    options = webdriver.ChromeOptions()
+    options.binary_location = "/usr/bin/chromium"
+    for flag in (
+        "--headless=new",
+        "--no-sandbox",  # it runs as root in containers, and reads our own files only
+        "--disable-dev-shm-usage",
+        "--disable-background-networking",
+        "--disable-component-update",
+        "--no-first-run",
+        "--autoplay-policy=no-user-gesture-required",
+        *flags,
+    ):
+        options.add_argument(flag)
+    if microphone:
+        for flag in ("device", "ui"):
+            options.add_argument(f"--use-fake-{flag}-for-media-stream")
+        options.add_argument(f"--use-file-for-fake-audio-capture={microphone}")
+    options.add_experimental_option("prefs", {"download.default_directory": str(downloads)})
+    options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
+    driver = webdriver.Chrome(options=options, service=Service("/usr/bin/chromedriver"))
+    driver.set_script_timeout(1200)
+    try:
+        yield driver
+    finally:
+        driver.quit()
