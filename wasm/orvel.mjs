@@ -50,7 +50,7 @@ export class Orvel {
         ),
       ),
     );
-    if (status !== 0) throw this.#lastError();
+    if (status !== 0) throw this.#lastError(`${name}: `);
   }
 
   /** Opens a session that cleans frames of frameMs (10, 20, 30 or 40) at the sample rate. */
@@ -78,8 +78,8 @@ export class Orvel {
     this.functions.Orv_Context_Destroy(this.#context);
   }
 
-  #lastError() {
-    return new Error(`orvel: ${this.#textAt(this.functions.Orv_Context_LastError(this.#context))}`);
+  #lastError(what = "") {
+    return new Error(`orvel: ${what}${this.#textAt(this.functions.Orv_Context_LastError(this.#context))}`);
   }
 
   // AudioWorklets have no TextDecoder. Names are bytes; those beyond ASCII go through UTF-8 elsewhere.
@@ -128,6 +128,8 @@ class Session {
     this.#outputSize = outputSize;
     this.#at = functions.malloc(4 * (inputSize + outputSize + 1));
     if (this.#at === 0) throw new Error("orvel: out of memory");
+    this.#findMemory();
+    this.#clear();
   }
 
   /** Samples per call, full scale 1. Memory that has grown since is found again: take it anew for each frame. */
@@ -167,11 +169,19 @@ class Session {
   /** Forgets the audio so far. */
   reset() {
     this.#functions[`Orv_${this.#kind}_ResetSession`](this.#session);
+    this.#findMemory();
+    this.#clear();
   }
 
   close() {
     this.#functions[`Orv_${this.#kind}_CloseSession`](this.#session);
     this.#functions.free(this.#at);
+  }
+
+  // Memory comes with what lay there before.
+  #clear() {
+    this.#input.fill(0);
+    this.#output.fill(0);
   }
 
   #findMemory() {

@@ -35,7 +35,7 @@ export class CleanerNode extends AudioWorkletNode {
   readonly latency: number;
   /** dB, read once a block; kNoLimit: no limit. */
   readonly attenuationLimit: AudioParam;
-  /** The last score of voice activity, 0 to 1, of audio some 30 ms ago; NaN before the first, or without a detector. */
+  /** The last score of voice activity, 0 to 1, of audio some 30 ms ago; 0 before the first, NaN without a detector. */
   readonly voiceScore: number;
   /** Ends the processing for good; its memory is freed. */
   close(): void;

@@ -34,6 +34,7 @@ export async function createCleaner(context, options = {}) {
   return node.ready.then(
     () => node,
     (error) => {
+      fetched.clear(); // a file may be damaged: the next try fetches anew
       node.close();
       throw error;
     },
@@ -98,7 +99,10 @@ export async function cleanBuffer(buffer, options = {}) {
       signal?.addEventListener("abort", () => reject(signal.reason), { once: true });
       worker.onerror = (event) => reject(new Error(`orvel: ${event.message ?? "orvel-worker.js does not start"}`));
       worker.onmessage = ({ data: { error, from, block, scores } }) => {
-        if (error) return reject(new Error(error));
+        if (error) {
+          fetched.clear();
+          return reject(new Error(error));
+        }
         if (scores) return resolve(scores);
         block.forEach((samples, c) => cleaned.copyToChannel(samples, c, from));
         onBlock?.(cleaned, from + block[0].length);

@@ -67,8 +67,8 @@ export class StreamCleaner {
  * Scores voice activity in the mean of all channels. The score of each 10 ms becomes known 20 ms after their end.
  */
 export class VoiceDetector {
-  /** The last score, 0 to 1; NaN as long as none is known. */
-  score = NaN;
+  /** The last score; 0 as long as none is known. */
+  score = 0;
   #session;
   #onScore;
   #position = 0;

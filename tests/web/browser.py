@@ -17,10 +17,11 @@ HERE = Path(__file__).resolve().parent
 
 
 class Site:
-    """build/web at `address`, tests/web below test/, a folder below scratch/ that takes what a page puts there."""
+    """build/web at `address` and below embed/orvel/, tests/web below test/, a folder below scratch/ that takes what
+    a page puts there. `faults`: paths with the bytes that are given in place of the file, None for status 404."""
 
     def __init__(self, scratch: Path):
-        self.scratch, self.requests = scratch, []
+        self.scratch, self.faults = scratch, {}
         handler = functools.partial(_Handler, self)
         self._server = ThreadingHTTPServer(("localhost", 0), handler)
         self.address = f"http://localhost:{self._server.server_address[1]}/"
@@ -37,15 +38,24 @@ class _Handler(SimpleHTTPRequestHandler):
         super().__init__(*arguments)
 
     def translate_path(self, path):
-        path = path.partition("?")[0]
-        for prefix, folder in (("/test/", HERE), ("/scratch/", self.site.scratch)):
+        for prefix, folder in (
+            ("/test/", HERE),
+            ("/scratch/", self.site.scratch),
+            ("/embed/orvel/", SITE),
+            ("/embed/", self.site.scratch),
+            ("/", SITE),
+        ):
             if path.startswith(prefix):
-                return str(folder / Path(path).name)
-        return str(SITE / path.lstrip("/")) if path != "/" else str(SITE)
+                return str(folder / path.removeprefix(prefix))
 
     def do_GET(self):
-        self.site.requests.append(self.path)
-        super().do_GET()
+        if self.path not in self.site.faults:
+            super().do_GET()
+            return
+        content = self.site.faults[self.path]
+        self.send_response(404 if content is None else 200)
+        self.end_headers()
+        self.wfile.write(content or b"")
 
     def do_PUT(self):
         Path(self.translate_path(self.path)).write_bytes(self.rfile.read(int(self.headers["Content-Length"])))
@@ -73,8 +83,7 @@ def chromium(downloads: Path, *flags: str, microphone: Path | None = None):
     ):
         options.add_argument(flag)
     if microphone:
-        for flag in ("device", "ui"):
-            options.add_argument(f"--use-fake-{flag}-for-media-stream")
+        options.add_argument("--use-fake-device-for-media-stream")
         options.add_argument(f"--use-file-for-fake-audio-capture={microphone}")
     options.add_experimental_option("prefs", {"download.default_directory": str(downloads)})
     options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})

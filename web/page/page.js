@@ -256,6 +256,7 @@ function wire() {
   element("choose").addEventListener("click", () => pick.click());
   pick.addEventListener("change", () => {
     const [file] = pick.files;
+    pick.value = ""; // so that the same file can be chosen again
     if (file) begin((signal) => takeFile(file, signal));
   });
   element("microphone").addEventListener("click", () =>

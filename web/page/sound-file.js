@@ -8,8 +8,8 @@ export const minutes = (seconds) =>
   `${Math.floor(seconds / 60)}:${String(Math.floor(seconds % 60)).padStart(2, "0")}`;
 
 /**
- * Decodes a file at its own rate where that can be cleaned and read from its first bytes (WAV, FLAC), else at the
- * next higher rate or at 48 kHz.
+ * Reads a file at its own rate where that can be cleaned and stands in its head (WAV, FLAC), else at the next higher
+ * rate or at 48 kHz.
  */
 export async function readSound(file) {
   if (file.size === 0) throw new Error(`${file.name} is empty.`);
@@ -19,11 +19,13 @@ export async function readSound(file) {
   });
   if (seconds > kMostSeconds) throw tooLong(file.name, seconds);
   const bytes = await file.arrayBuffer();
-  const rate = rateOf(new DataView(bytes));
-  const sound = await new OfflineAudioContext(1, 1, rate).decodeAudioData(bytes).catch(() => {
-    throw unreadable;
-  });
-  if (sound.length === 0) throw new Error(`${file.name} holds no sound.`);
+  const head = headOf(new DataView(bytes));
+  const rate = kSampleRates.find((known) => known >= head.rate) ?? 48000;
+  const sound =
+    exactSound(head) ??
+    (await new OfflineAudioContext(1, 1, rate).decodeAudioData(bytes).catch(() => {
+      throw unreadable;
+    }));
   if (sound.duration > kMostSeconds) throw tooLong(file.name, sound.duration);
   return sound;
 }
@@ -50,19 +52,50 @@ function durationOf(file) {
   });
 }
 
-function rateOf(head) {
-  const tag = (at) => (at + 4 <= head.byteLength ? head.getUint32(at) : 0);
-  let rate = 48000;
-  if (tag(0) === 0x664c6143) rate = tag(18) >>> 12; // "fLaC", 20 bits behind the block sizes
-  if (tag(0) === 0x52494646 && tag(8) === 0x57415645) {
-    // "RIFF", "WAVE": look for "fmt "
-    for (let at = 12; at + 16 <= head.byteLength; at += 8 + head.getUint32(at + 4, true)) {
-      if (tag(at) !== 0x666d7420) continue;
-      rate = head.getUint32(at + 12, true);
-      break;
+// What the first bytes tell: the rate, and of a WAV file its samples' format and place.
+function headOf(bytes) {
+  const tag = (at) => (at + 4 <= bytes.byteLength ? bytes.getUint32(at) : 0);
+  if (tag(0) === 0x664c6143) return { rate: tag(18) >>> 12 }; // "fLaC", 20 bits
+  if (tag(0) !== 0x52494646 || tag(8) !== 0x57415645) return { rate: 48000 }; // "RIFF", "WAVE"
+  let head = { rate: 48000 };
+  for (let at = 12; at + 8 <= bytes.byteLength; ) {
+    const size = bytes.getUint32(at + 4, true);
+    const room = Math.min(size, bytes.byteLength - at - 8);
+    if (tag(at) === 0x666d7420 && room >= 16) {
+      // "fmt "; of the extensible format the code that counts comes later
+      const code = bytes.getUint16(at + 8, true);
+      head = {
+        rate: bytes.getUint32(at + 12, true),
+        channels: bytes.getUint16(at + 10, true),
+        bits: bytes.getUint16(at + 22, true),
+        code: code === 0xfffe && room >= 26 ? bytes.getUint16(at + 32, true) : code,
+      };
     }
+    if (tag(at) === 0x64617461) return { ...head, data: new DataView(bytes.buffer, at + 8, room) }; // "data"
+    at += 8 + size + (size % 2);
   }
-  return kSampleRates.find((known) => known >= rate) ?? 48000;
+  return head;
+}
+
+const kReaders = {
+  "1 16": (data, at) => data.getInt16(at, true) / 2 ** 15,
+  "1 24": (data, at) => (data.getInt8(at + 2) * 2 ** 16 + data.getUint16(at, true)) / 2 ** 23,
+  "1 32": (data, at) => data.getInt32(at, true) / 2 ** 31,
+  "3 32": (data, at) => data.getFloat32(at, true),
+};
+
+// The samples of a WAV file as they are: browsers scale the positive ones of 16 bits by 1/32767. Null for others.
+function exactSound({ rate, channels, bits, code, data }) {
+  const read = kReaders[`${code} ${bits}`];
+  const width = (channels * bits) / 8;
+  const length = data ? Math.floor(data.byteLength / width) : 0;
+  if (!read || !(length > 0) || !kSampleRates.includes(rate)) return null;
+  const sound = new AudioBuffer({ length, numberOfChannels: channels, sampleRate: rate });
+  for (let c = 0; c < channels; ++c) {
+    const samples = sound.getChannelData(c);
+    for (let i = 0; i < length; ++i) samples[i] = read(data, i * width + (c * bits) / 8);
+  }
+  return sound;
 }
 
 /** A WAV file with 16 bits. */
