@@ -2,19 +2,24 @@
 
 const kFloor = 80; // dB from the lightest colour down to the darkest
 const kColours = [[8, 10, 32], [58, 20, 102], [158, 42, 99], [232, 98, 52], [252, 190, 72], [252, 252, 210]];
+const kTop = 16000; // Hz: no model keeps more
 
 /** Bands of a column. */
 export const kBins = 256;
 
-/** Levels of frames of sound, decibels below a full-scale sine, in kBins bands up to half of the rate. */
+const topOf = (rate) => Math.min(kTop, rate / 2);
+
+/** Levels of frames of sound, decibels below a full-scale sine, in kBins bands up to topOf(rate). */
 export class Analysis {
   constructor(rate) {
     this.size = 2 ** Math.round(Math.log2(rate * 0.032));
     this.#window = Float64Array.from({ length: this.size }, (_, i) => 0.5 - 0.5 * Math.cos((2 * Math.PI * i) / this.size));
+    this.#step = (this.size * topOf(rate)) / rate / kBins;
     this.#re = new Float64Array(this.size);
     this.#im = new Float64Array(this.size);
   }
   #window;
+  #step; // lines of the transform in a band
   #re;
   #im;
 
@@ -25,10 +30,10 @@ export class Analysis {
     this.#im.fill(0);
     transform(this.#re, this.#im);
     const found = new Float32Array(kBins);
-    const step = this.size / 2 / kBins;
     for (let b = 0; b < kBins; ++b) {
       let power = 0;
-      for (let i = Math.floor(b * step); i < Math.max((b + 1) * step, Math.floor(b * step) + 1); ++i) {
+      const first = Math.floor(b * this.#step);
+      for (let i = first; i < Math.max((b + 1) * this.#step, first + 1); ++i) {
         power = Math.max(power, this.#re[i] ** 2 + this.#im[i] ** 2);
       }
       found[b] = 10 * Math.log10((16 * power) / this.size ** 2 + 1e-12);
@@ -119,13 +124,13 @@ export class Spectrogram {
     pen.font = `${11 * ratio}px system-ui, sans-serif`;
     pen.fillStyle = "#ffffffd0";
     for (const share of [0.25, 0.5, 0.75]) {
-      const kilohertz = (share * this.#rate) / 2000;
+      const kilohertz = (share * topOf(this.#rate)) / 1000;
       pen.fillText(`${Number(kilohertz.toFixed(1))} kHz`, 6 * ratio, height * (1 - share) + 4 * ratio);
     }
   }
 }
 
-/** Bars of scores from 0 to 1, the oldest at the left. */
+/** Bars of scores from 0 to 1, the oldest at the left: strong where speech is found, from 0.5 on. */
 export function drawVoice(canvas, scores, columns) {
   const ratio = window.devicePixelRatio;
   canvas.width = Math.round(canvas.clientWidth * ratio);
@@ -134,6 +139,9 @@ export function drawVoice(canvas, scores, columns) {
   pen.fillStyle = getComputedStyle(canvas).color;
   for (let x = 0; x < canvas.width; ++x) {
     const score = scores[Math.floor((x * columns) / canvas.width)];
+    pen.globalAlpha = score >= 0.5 ? 1 : 0.35;
     if (score > 0) pen.fillRect(x, canvas.height * (1 - score), 1, canvas.height * score);
   }
+  pen.globalAlpha = 0.6;
+  pen.fillRect(0, Math.round(canvas.height / 2), canvas.width, ratio);
 }
