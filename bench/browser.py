@@ -18,9 +18,8 @@ ROOT = Path(__file__).resolve().parent.parent
 sys.path[:0] = [str(ROOT), str(ROOT / "tests/web"), str(ROOT / "bench")]
 
 import soxr  # noqa: E402
-from browser import SITE, Site, chromium  # noqa: E402
+from browser import SITE, Site, call, chromium  # noqa: E402
 from report import put, table  # noqa: E402
-from selenium.webdriver.support.wait import WebDriverWait  # noqa: E402
 
 from samples.noisy_speech import RATE as SPEECH_RATE  # noqa: E402
 from samples.noisy_speech import make  # noqa: E402
@@ -61,13 +60,10 @@ def processor_seconds(parent):
 def measure(driver, site, run, seconds):
     """Share of a core of one run."""
     _, model, detector = run
-    driver.get(f"{site.address}test/harness.html")
-    WebDriverWait(driver, 60).until(lambda _: driver.execute_script("return document.body.dataset.ready") == "yes")
     options = {"url": "/scratch/in.f32", "rate": RATE, "seconds": seconds, "model": model, "detector": detector}
     before = processor_seconds(driver.service.process.pid)
-    script = "const [o, done] = arguments; offline(o).then(done, (e) => done({ error: String(e) }));"
-    counts = driver.execute_async_script(script, options)
-    if counts.get("error") or counts["blocks"] != counts["expected"] or counts["gaps"]:
+    counts = call(driver, site, "offline", 3600, **options)
+    if counts["blocks"] != counts["expected"] or counts["gaps"]:
         sys.exit(f"bench/browser.py: {run[0]}: {counts}")
     return (processor_seconds(driver.service.process.pid) - before) / seconds
 

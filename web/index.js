@@ -148,11 +148,19 @@ async function fetchBytes(url) {
   return new Uint8Array(await answer.arrayBuffer());
 }
 
+const compile = (bytes) =>
+  WebAssembly.compile(bytes).catch((error) => {
+    throw new Error(
+      "orvel: orvel.wasm is damaged or not for this browser, which needs WebAssembly's vectors and exceptions: " +
+        error.message,
+    );
+  });
+
 async function fetchFiles({ base, model, detector }) {
   const names = detector ? [model, detector] : [model];
   const file = (name) => once(new URL(`models/${name}`, base), (bytes) => bytes);
   const [module, ...models] = await Promise.all([
-    once(new URL("orvel.wasm", base), (bytes) => WebAssembly.compile(bytes)),
+    once(new URL("orvel.wasm", base), compile),
     ...names.map(async (name) => {
       const [control, weights] = await Promise.all([file(`${name}.ctl`), file(`${name}.bin`)]);
       return { name, control, weights };

@@ -10,6 +10,7 @@ from pathlib import Path
 
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.support.wait import WebDriverWait
 
 ROOT = Path(__file__).resolve().parents[2]
 SITE = ROOT / "build/web"
@@ -66,6 +67,19 @@ class _Handler(SimpleHTTPRequestHandler):
         pass
 
 
+def call(driver, site, name: str, seconds: float, **options) -> dict:
+    """What a function of harness.js gives, in a page of its own, within so many seconds."""
+    driver.get(f"{site.address}test/harness.html")
+    wait = WebDriverWait(driver, seconds, 0.2)
+    wait.until(lambda _: driver.execute_script("return document.body.dataset.ready"))
+    script = f"{name}(arguments[0]).then((r) => {{ window.result = r; }}, (e) => {{ window.result = String(e); }});"
+    driver.execute_script(script, options)
+    result = wait.until(lambda _: driver.execute_script("return window.result"))
+    if not isinstance(result, dict):
+        raise RuntimeError(f"{name}: {result}")
+    return result
+
+
 @contextmanager
 def chromium(downloads: Path, *flags: str, microphone: Path | None = None):
     """A headless browser. `microphone`: the WAV file that its microphone gives, over and over."""
@@ -88,7 +102,6 @@ def chromium(downloads: Path, *flags: str, microphone: Path | None = None):
     options.add_experimental_option("prefs", {"download.default_directory": str(downloads)})
     options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
     driver = webdriver.Chrome(options=options, service=Service("/usr/bin/chromedriver"))
-    driver.set_script_timeout(1200)
     try:
         yield driver
     finally:

@@ -30,11 +30,12 @@ def folder(tmp_path_factory) -> Path:
 @pytest.fixture(scope="session")
 def recording(folder):
     """A function: the path of noisy speech of 16 bits with so many channels at a rate, in a format."""
-    noisy = make(snr_db=5)[1][: 12 * RATE]
+    noisy = make(snr_db=5)[1]
 
-    def write(rate: int, channels: int = 1, suffix: str = "wav") -> Path:
-        path = folder / f"in-{rate}-{channels}.{suffix}"
-        one = noisy if rate == RATE else soxr.resample(noisy, RATE, rate)
+    def write(rate: int, channels: int = 1, suffix: str = "wav", seconds: int = 12) -> Path:
+        path = folder / f"in-{rate}-{channels}-{seconds}.{suffix}"
+        one = np.resize(noisy, seconds * RATE)
+        one = one if rate == RATE else soxr.resample(one, RATE, rate)
         soundfile.write(path, np.stack([one * (1.0 - 0.3 * c) for c in range(channels)], axis=1), rate)
         return path
 
@@ -90,7 +91,7 @@ class Page:
     def run(self, script, *arguments):
         return self.driver.execute_script(script, *arguments)
 
-    def wait(self, condition, seconds=60):
+    def wait(self, condition, seconds=240):
         return WebDriverWait(self.driver, seconds, 0.05).until(lambda _: condition())
 
     def state(self):
@@ -123,4 +124,3 @@ class Page:
         self.wait(path.exists)
         samples, rate = soundfile.read(path, dtype="int16", always_2d=True)
         return samples.astype(int), rate
-

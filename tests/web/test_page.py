@@ -4,11 +4,12 @@ import json
 import wave
 
 import numpy as np
-import orvel
 import pytest
 import soundfile
 from conftest import allow_microphone, steps
 from selenium.webdriver.common.keys import Keys
+
+import orvel
 
 # (rate, channels, suffix, model, strength in dB or None)
 FILES = [
@@ -48,38 +49,50 @@ def test_settings_are_applied_to_the_open_file(page, folder, recording):
 
 
 def test_the_switch_keeps_the_place(page, recording):
-    page.clean(recording(16000))
-    time = lambda: float(page["seek"].get_attribute("value"))  # noqa: E731
-    pressed = lambda: [b.text for b in page.driver.find_elements("css selector", '[aria-pressed="true"]')]  # noqa: E731
-    page.set("seek", 3)
+    page.set("model", "orvel-16k-tiny")
+    page.clean(recording(16000, seconds=90))
+
+    def clocks():
+        """Of the day, and of the player."""
+        return np.array(page.run("return [performance.now() / 1000, Number(document.getElementById('seek').value)]"))
+
+    def pressed():
+        return [button.text for button in page.driver.find_elements("css selector", '[aria-pressed="true"]')]
+
+    page.set("seek", 1)
     page["play"].click()
-    page.wait(lambda: time() > 3.5)
-    before = time()
+    page.wait(lambda: clocks()[1] > 1.2)
+    start = clocks()
     page.driver.switch_to.active_element.send_keys("2")
-    assert pressed() == ["After"] and before <= time() < before + 1.0
+    assert pressed() == ["After"]
+    page.run("document.body.dataset.ready = ''")
     page.set("strength", 20)  # cleans anew while it plays on
-    page.wait(lambda: time() > before + 1.0)
+    page.wait(lambda: page.state() == "yes")
     page.driver.switch_to.active_element.send_keys("1")
     assert pressed() == ["Before"] and page["play"].get_attribute("aria-label") == "Pause"
+    passed = clocks() - start
+    assert 0.5 * passed[0] < passed[1] < passed[0] + 0.5  # it went on all the time, as fast as the machine plays
     page["play"].click()
-    stopped = time()
+    stopped = clocks()[1]
     page.run("document.activeElement.blur()")
-    page.driver.switch_to.active_element.send_keys(Keys.ARROW_RIGHT)
-    assert time() == pytest.approx(stopped + 1.0, abs=0.05)
-    page.wait(lambda: page.state() == "yes")
+    page.driver.switch_to.active_element.send_keys(Keys.ARROW_LEFT)
+    assert clocks()[1] == pytest.approx(stopped - 1.0, abs=0.05)
 
 
 def test_the_microphone_is_cleaned_and_kept(page, folder):
     page["microphone"].click()
     page.wait(lambda: page.state() == "live" or page["error"].text)
     assert page["error"].text == ""
-    page.wait(lambda: page["clock"].text == "0:05")
-    columns = "const c = document.getElementById('after'); const d = c.getContext('2d').getImageData(0, 0, c.width, c.height)"
-    assert len(set(page.run(f"{columns}.data; return [...d.filter((_, i) => i % 64 === 0)]"))) > 20  # a picture
+    page.wait(lambda: page["clock"].text >= "0:05")
+    pixels = (
+        "const c = document.getElementById('after');"
+        "return [...c.getContext('2d').getImageData(0, 0, c.width, c.height).data.filter((_, i) => i % 64 === 0)]"
+    )
+    assert len(set(page.run(pixels))) > 20  # a picture, not a plain ground
     page["microphone"].click()
     page.wait(lambda: page.state() == "yes")
     cleaned, rate = page.download(folder)
-    assert rate == 48000 and 4.5 < len(cleaned) / rate < 12.0
+    assert rate == 48000 and len(cleaned) / rate > 4.5
     assert page["download"].get_attribute("download") == "microphone-cleaned.wav"
     assert 100 < np.abs(cleaned).max() < 32768
 
@@ -127,7 +140,7 @@ MODEL = "/models/orvel-16k.bin"
 BAD_SITES = {
     "missing": ({MODEL: None}, "orvel-16k.bin cannot be fetched: status 404"),
     "cut": ({MODEL: b"\x00" * 1000}, "SHA-256"),
-    "module": ({"/orvel.wasm": b"<html>"}, "WebAssembly"),
+    "module": ({"/orvel.wasm": b"<html>"}, "orvel.wasm is damaged or not for this browser"),
 }
 
 
@@ -148,7 +161,7 @@ def test_a_refused_microphone_is_explained(page):
     allow_microphone(page.driver, page.site, "denied")
     page["microphone"].click()
     page.wait(lambda: page["error"].text != "")
-    assert page["error"].text == "The microphone may not be used: allow it for this page in the browser, then try again."
+    assert page["error"].text.startswith("The microphone may not be used: allow it for this page")
     assert page["microphone"].text == "Use the microphone"
 
 

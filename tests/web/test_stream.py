@@ -6,11 +6,12 @@ import shutil
 import subprocess
 
 import numpy as np
-import orvel
 import pytest
 import soundfile
-from browser import ROOT, SITE
-from conftest import Page
+from browser import ROOT, SITE, call
+from conftest import Page, allow_microphone
+
+import orvel
 
 RATE = 48000
 # How long the stream in real time is; .ci/nightly asks for ten minutes.
@@ -22,14 +23,10 @@ def streams(browser, site, folder, recording):
     """A function that calls one of harness.js with the recording at RATE."""
     samples = soundfile.read(recording(RATE), dtype="float32")[0]
     samples.tofile(folder / "stream.f32")
-    browser.get(f"{site.address}test/harness.html")
-    Page(browser, site).wait(lambda: browser.execute_script("return document.body.dataset.ready") == "yes")
 
     def run(name, **options):
-        script = f"const [o, done] = arguments; {name}(o).then(done, (e) => done({{ error: String(e) }}));"
-        counts = browser.execute_async_script(script, {"url": "/scratch/stream.f32", "rate": RATE, **options})
-        assert "error" not in counts, counts
-        return samples, counts
+        patience = 600 + 2 * options["seconds"]
+        return samples, call(browser, site, name, patience, url="/scratch/stream.f32", rate=RATE, **options)
 
     yield run
     browser.get("about:blank")  # what it held is freed
@@ -82,6 +79,28 @@ def test_the_strength_changes_while_it_runs(streams, folder):
     # Without attenuation the band of the model passes as it was; then what is no speech goes down.
     levels = [np.std(after[lag:][s]) / np.std(before[s]) for s in (left, right)]
     assert levels[0] > 0.9 > 0.8 > levels[1]
+
+
+def test_the_documents_example(browser, site, folder):
+    """The block of docs/start/browser.md, in a page with a button."""
+    document = (ROOT / "docs/start/browser.md").read_text()
+    (block,) = re.findall(r"^```js\n(.*?)^```$", document, re.DOTALL | re.MULTILINE)
+    # The node that the example connects to the output is handed to the test.
+    watch = """
+      const { connect } = AudioNode.prototype;
+      AudioNode.prototype.connect = function (to, ...rest) {
+        if (to === this.context.destination) window.cleaner = this;
+        return connect.call(this, to, ...rest);
+      };"""
+    body = f"<button id=start>Start</button><script type=module>{block}{watch}</script>"
+    (folder / "embed.html").write_text(f"<!doctype html>{body}")
+    allow_microphone(browser, site, "granted")
+    browser.get(f"{site.address}embed/embed.html")
+    page = Page(browser, site)
+    page["start"].click()
+    page.wait(lambda: page.run("return window.cleaner?.voiceScore > 0.5 && cleaner.context.currentTime > 1"))
+    assert page.run("return [cleaner.latency, cleaner.attenuationLimit.value]") == [2144, 24]
+    browser.get("about:blank")
 
 
 def test_no_block_allocates(tmp_path):

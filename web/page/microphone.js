@@ -1,5 +1,6 @@
 /** The microphone through the worklet: heard, looked at and recorded. Errors are texts for the reader of the page. */
 import { createCleaner } from "../index.js";
+import { kMostSeconds } from "./sound-file.js";
 
 const kRate = 48000;
 const kColumnSeconds = 0.02;
@@ -11,7 +12,7 @@ const kRefusals = {
 };
 
 export class Microphone {
-  /** Called when the device goes away. */
+  /** Called when the device goes away, or no more can be kept. */
   onend = null;
   rate = kRate;
   #stream;
@@ -21,6 +22,7 @@ export class Microphone {
   #looks = {};
   #gains = {};
   #blocks = [];
+  #length = 0; // samples in all blocks
   #columns = 0;
 
   static async open(options) {
@@ -60,7 +62,10 @@ export class Microphone {
       channelCount: 1,
       channelCountMode: "explicit",
     });
-    this.#recorder.port.onmessage = ({ data }) => this.#blocks.push(data.samples);
+    this.#recorder.port.onmessage = ({ data }) => {
+      this.#keep(data.samples);
+      if (this.#length >= kMostSeconds * kRate) this.onend?.();
+    };
     source.connect(this.#recorder);
     await context.resume();
     this.#stream.getTracks()[0].onended = () => this.onend?.();
@@ -97,21 +102,25 @@ export class Microphone {
   async close() {
     await new Promise((resolve) => {
       this.#recorder.port.onmessage = ({ data }) => {
-        this.#blocks.push(data.samples);
+        this.#keep(data.samples);
         if (data.last) resolve();
       };
       this.#recorder.port.postMessage("end");
     });
     this.#release();
-    const length = this.#blocks.reduce((sum, block) => sum + block.length, 0);
-    if (length === 0) return null;
-    const sound = new AudioBuffer({ length, numberOfChannels: 1, sampleRate: kRate });
+    if (this.#length === 0) return null;
+    const sound = new AudioBuffer({ length: this.#length, numberOfChannels: 1, sampleRate: kRate });
     let at = 0;
     for (const block of this.#blocks) {
       sound.copyToChannel(block, 0, at);
       at += block.length;
     }
     return sound;
+  }
+
+  #keep(samples) {
+    this.#blocks.push(samples);
+    this.#length += samples.length;
   }
 
   #release() {

@@ -1,43 +1,24 @@
 /** The page: what is chosen, spoken, played and shown. */
-import { cleanBuffer, kNoLimit } from "../index.js";
+import { cleanBuffer } from "../index.js";
+import * as controls from "./controls.js";
+import { element, fail, limit, options, setMode, setReady, showStrength, tell } from "./controls.js";
 import { Microphone } from "./microphone.js";
 import { Player } from "./player.js";
-import { kMostSeconds, minutes, readSound, wavOf } from "./sound-file.js";
-import { Analysis, Spectrogram, drawVoice, kBins } from "./spectrogram.js";
+import { minutes, readSound } from "./sound-file.js";
+import { Analysis, Spectrogram, drawVoice } from "./spectrogram.js";
 
-const element = (id) => document.getElementById(id);
-const kDetector = "orvel-vad";
 const kColumns = 900;
 const kLiveColumns = 400; // of 20 ms
+const kLiveTop = -30; // dB of the lightest colour
+const kLeastTop = -70; // the same for a file that is nearly silent
 const pictures = { before: new Spectrogram(element("before")), after: new Spectrogram(element("after")) };
 
 let heard = "before";
 let sound = null; // { name, before, after, voice, player } of a file or a recording
 let microphone = null;
 let work = new AbortController(); // what was begun last
+let opening = null; // the signal of that work as long as it waits for a new sound
 let cleaning = false; // the sound is not cleaned yet as the settings say
-
-const options = () => ({
-  model: element("model").value || undefined,
-  detector: kDetector,
-  attenuationLimit: limit(),
-});
-
-function limit() {
-  const { value, max } = element("strength");
-  return value === max ? kNoLimit : Number(value);
-}
-
-function tell(status, progress = null) {
-  if (element("status").textContent !== status) element("status").textContent = status;
-  element("progress").hidden = progress === null;
-  element("progress").value = progress ?? 0;
-}
-
-function fail(error) {
-  tell("");
-  element("error").textContent = error.message.replace(/^orvel: /, "");
-}
 
 /**
  * Runs what begins something new: whatever was under way ends, and an error is shown unless it was stopped. A new
@@ -62,9 +43,19 @@ async function begin(task) {
 // Long loops pause, so that the page answers.
 const breath = () => new Promise((resolve) => setTimeout(resolve));
 
+/** Waits for a new sound, which a change of the settings does not stop. */
+async function open(source, signal) {
+  opening = signal;
+  try {
+    return await source;
+  } finally {
+    if (opening === signal) opening = null;
+  }
+}
+
 async function takeFile(file, signal) {
   tell(`Reading ${file.name} …`);
-  const before = await readSound(file);
+  const before = await open(readSound(file), signal);
   signal.throwIfAborted();
   await stopMicrophone(false);
   await takeSound(file.name, before, signal);
@@ -103,7 +94,8 @@ async function analyse(signal) {
     signal.throwIfAborted();
   }
   // The loudest of ten thousand is the lightest.
-  sound.top = Float32Array.from(levels.flatMap((each) => [...each])).sort()[Math.floor(kColumns * kBins * 0.9999)];
+  const sorted = Float32Array.from(levels.flatMap((each) => [...each])).sort();
+  sound.top = Math.max(kLeastTop, sorted[Math.floor(sorted.length * 0.9999)]);
   pictures.before.begin(kColumns, before.sampleRate, sound.top);
   levels.forEach((each) => pictures.before.add(each));
   draw();
@@ -113,7 +105,7 @@ async function clean(signal) {
   const { before, name } = sound;
   const about = `${name}, ${minutes(before.duration)}, ${before.sampleRate} Hz`;
   tell(`${about}: cleaning …`, 0);
-  setReady(false);
+  setReady(null);
   const analysis = new Analysis(before.sampleRate);
   pictures.after.begin(kColumns, before.sampleRate, sound.top);
   let column = 0;
@@ -132,46 +124,27 @@ async function clean(signal) {
   sound.after = buffer;
   sound.voice = voice;
   sound.player.replace("after", buffer);
-  setReady(true);
+  setReady(sound);
   draw();
   tell(`${about}: cleaned.`);
 }
 
-function setReady(ready) {
-  const link = element("download");
-  if (link.href) URL.revokeObjectURL(link.href);
-  link.removeAttribute("href");
-  link.setAttribute("aria-disabled", String(!ready));
-  if (ready) {
-    link.href = URL.createObjectURL(wavOf(sound.after));
-    link.download = `${sound.name.replace(/\.[^.]*$/, "")}-cleaned.wav`;
-  }
-  document.body.dataset.ready = ready ? "yes" : "no";
-}
-
-function setMode(live) {
-  document.body.classList.toggle("live", live);
-  for (const id of ["play", "seek", "download"]) element(id).hidden = live;
-  element("listen-label").hidden = !live;
-  element("model").disabled = live;
-  element("microphone").textContent = live ? "Stop" : "Use the microphone";
-}
-
 async function startMicrophone(signal) {
   tell("Asking for the microphone …");
-  const opened = await Microphone.open({ ...options(), signal });
+  const opened = await open(Microphone.open(options()), signal);
   if (signal.aborted) {
     opened.close();
     return;
   }
   sound?.player.close();
   sound = null;
+  cleaning = false;
   microphone = opened;
   element("result").hidden = false;
   element("listen").checked = false;
   setMode(true);
   hear("after");
-  for (const name of ["before", "after"]) pictures[name].begin(kLiveColumns, microphone.rate, -30);
+  for (const name of ["before", "after"]) pictures[name].begin(kLiveColumns, microphone.rate, kLiveTop);
   tell("The microphone is on. Speak, then press Stop.");
   document.body.dataset.ready = "live";
   microphone.onend = () => begin((next) => stopMicrophone(true, next));
@@ -181,7 +154,7 @@ async function startMicrophone(signal) {
 function showMicrophone(shown, scores, analysis) {
   if (microphone !== shown) return;
   const { columns, before, after, score } = microphone.look(analysis);
-  for (let n = 0; n < columns; ++n) {
+  for (let n = 0; n < Math.min(columns, kLiveColumns); ++n) {
     pictures.before.add(before);
     pictures.after.add(after);
     scores.push(score);
@@ -190,8 +163,7 @@ function showMicrophone(shown, scores, analysis) {
   element("clock").textContent = minutes(microphone.seconds);
   for (const name of ["before", "after"]) pictures[name].draw();
   drawVoice(element("voice"), scores, kLiveColumns);
-  if (microphone.seconds >= kMostSeconds) microphone.onend();
-  else requestAnimationFrame(() => showMicrophone(shown, scores, analysis));
+  requestAnimationFrame(() => showMicrophone(shown, scores, analysis));
 }
 
 async function stopMicrophone(keep, signal) {
@@ -201,16 +173,17 @@ async function stopMicrophone(keep, signal) {
   const recorded = await ending.close();
   setMode(false);
   if (keep && recorded) await takeSound("microphone", recorded, signal);
-  else element("result").hidden = true;
+  else {
+    element("result").hidden = true;
+    tell("");
+  }
 }
 
 function hear(name) {
   heard = name;
   sound?.player.hear(name);
   if (microphone) microphone.hear(element("listen").checked ? name : null);
-  for (const button of document.querySelectorAll("[data-heard]")) {
-    button.setAttribute("aria-pressed", String(button.dataset.heard === name));
-  }
+  controls.showHeard(name);
 }
 
 function draw() {
@@ -220,14 +193,9 @@ function draw() {
 }
 
 function showTime() {
-  const player = sound?.player;
-  if (!player) return;
-  if (player.playing && player.time >= player.duration) player.stop();
-  element("play").textContent = player.playing ? "⏸" : "▶";
-  element("play").ariaLabel = player.playing ? "Pause" : "Play";
-  element("clock").textContent = `${minutes(player.time)} / ${minutes(player.duration)}`;
-  element("seek").value = player.time;
-  for (const head of document.querySelectorAll(".head")) head.style.left = `${(100 * player.time) / player.duration}%`;
+  if (!sound) return;
+  if (sound.player.playing && sound.player.time >= sound.player.duration) sound.player.stop();
+  controls.showTime(sound.player);
 }
 
 function follow() {
@@ -245,10 +213,6 @@ function toggle() {
 function seek(seconds) {
   sound?.player.seek(seconds);
   showTime();
-}
-
-function showStrength() {
-  element("strength-text").textContent = limit() === kNoLimit ? "full" : `${limit()} dB at most`;
 }
 
 function wire() {
@@ -276,7 +240,9 @@ function wire() {
   });
 
   const again = () => {
-    if (sound) begin(showSound);
+    if (!sound) return;
+    cleaning = true;
+    if (!opening) begin(showSound);
   };
   element("strength").addEventListener("input", () => {
     showStrength();

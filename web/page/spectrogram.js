@@ -3,9 +3,7 @@
 const kFloor = 80; // dB from the lightest colour down to the darkest
 const kColours = [[8, 10, 32], [58, 20, 102], [158, 42, 99], [232, 98, 52], [252, 190, 72], [252, 252, 210]];
 const kTop = 16000; // Hz: no model keeps more
-
-/** Bands of a column. */
-export const kBins = 256;
+const kBins = 256; // bands of a column
 
 const topOf = (rate) => Math.min(kTop, rate / 2);
 
