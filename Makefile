@@ -153,7 +153,7 @@ wheel-test: wheel ## Install the wheel into an empty environment; run its tests 
 bench-web: ## Measure size and cost of the package in Chromium (ARGS=--write)
 	@scripts/setup wasm web
 	@scripts/web
-	@$(PYTHON) bench/browser.py $(ARGS)
+	@$(PYTHON) bench/web.py $(ARGS)
 
 bench-corpora: ## Measure the cleaning of corpora beside other packages (ARGS=--help)
 	@scripts/setup build test evaluate corpora

@@ -67,10 +67,10 @@ class _Handler(SimpleHTTPRequestHandler):
         pass
 
 
-def call(driver, site, name: str, seconds: float, **options) -> dict:
-    """What a function of harness.js gives, in a page of its own, within so many seconds."""
+def call(driver, site, name: str, patience: float, **options) -> dict:
+    """What a function of harness.js gives, in a page of its own, within `patience` seconds."""
     driver.get(f"{site.address}test/harness.html")
-    wait = WebDriverWait(driver, seconds, 0.2)
+    wait = WebDriverWait(driver, patience, 0.2)
     wait.until(lambda _: driver.execute_script("return document.body.dataset.ready"))
     script = f"{name}(arguments[0]).then((r) => {{ window.result = r; }}, (e) => {{ window.result = String(e); }});"
     driver.execute_script(script, options)

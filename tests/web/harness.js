@@ -1,4 +1,4 @@
-// Streams through the node, for test_stream.py and bench/browser.py: what went in and came out is put to scratch/.
+// Streams through the node, for test_stream.py and bench/web.py: what went in and came out is put to scratch/.
 import { createCleaner } from "/index.js";
 
 const kBlock = 128;

@@ -64,7 +64,7 @@ def measure(driver, site, run, seconds):
     before = processor_seconds(driver.service.process.pid)
     counts = call(driver, site, "offline", 3600, **options)
     if counts["blocks"] != counts["expected"] or counts["gaps"]:
-        sys.exit(f"bench/browser.py: {run[0]}: {counts}")
+        sys.exit(f"bench/web.py: {run[0]}: {counts}")
     return (processor_seconds(driver.service.process.pid) - before) / seconds
 
 
