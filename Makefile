@@ -18,7 +18,7 @@ ARGS ?=
 export WERROR
 PYTHON := .venv/bin/python
 
-.PHONY: help setup build free aarch64 wasm plugins plugin-test packages packages-check site demo test test-all bench \
+.PHONY: help setup build free aarch64 wasm web web-demo web-test bench-web plugins plugin-test packages packages-check site demo test test-all bench \
         bench-server bench-peers bench-corpora soak memcheck fuzz mutants torture evaluate train wheel wheel-test format \
         format-check lint install clean
 
@@ -59,6 +59,17 @@ aarch64: ## Build the free library for 64-bit ARM Linux, test it under qemu (bui
 wasm: ## Build the WebAssembly module, test it under node (build/wasm)
 	@scripts/setup free wasm
 	@scripts/machine wasm
+
+web: ## Build the page and the package for browsers (build/web, ready to be served)
+	@scripts/setup wasm
+	@scripts/web
+
+web-demo: web ## Serve the page at http://localhost:8000
+	@python3 -m http.server --bind localhost --directory build/web 8000
+
+web-test: ## Build them and test them in Chromium
+	@scripts/setup free wasm web
+	@scripts/web --test
 
 demo: ## Build, clean a noisy recording, draw the spectrograms
 	@scripts/setup build demo
@@ -138,6 +149,11 @@ wheel: ## Build the Python wheel with the free library and five models (build/wh
 
 wheel-test: wheel ## Install the wheel into an empty environment; run its tests there, Ray and the notebook included
 	@scripts/wheel --test
+
+bench-web: ## Measure size and cost of the package in Chromium (ARGS=--write)
+	@scripts/setup wasm web
+	@scripts/web
+	@$(PYTHON) bench/web.py $(ARGS)
 
 bench-corpora: ## Measure the cleaning of corpora beside other packages (ARGS=--help)
 	@scripts/setup build test evaluate corpora

@@ -50,7 +50,7 @@ export class Orvel {
         ),
       ),
     );
-    if (status !== 0) throw this.#lastError();
+    if (status !== 0) throw this.#lastError(`${name}: `);
   }
 
   /** Opens a session that cleans frames of frameMs (10, 20, 30 or 40) at the sample rate. */
@@ -78,8 +78,8 @@ export class Orvel {
     this.functions.Orv_Context_Destroy(this.#context);
   }
 
-  #lastError() {
-    return new Error(`orvel: ${this.#textAt(this.functions.Orv_Context_LastError(this.#context))}`);
+  #lastError(what = "") {
+    return new Error(`orvel: ${what}${this.#textAt(this.functions.Orv_Context_LastError(this.#context))}`);
   }
 
   // AudioWorklets have no TextDecoder. Names are bytes; those beyond ASCII go through UTF-8 elsewhere.
@@ -114,7 +114,8 @@ class Session {
   #kind;
   #buffer;
   #at;
-  #sizes;
+  #inputSize;
+  #outputSize;
   #input;
   #output;
 
@@ -123,9 +124,12 @@ class Session {
     this.#session = session;
     this.#process = functions[process];
     this.#kind = kind;
-    this.#sizes = [inputSize, outputSize];
+    this.#inputSize = inputSize;
+    this.#outputSize = outputSize;
     this.#at = functions.malloc(4 * (inputSize + outputSize + 1));
     if (this.#at === 0) throw new Error("orvel: out of memory");
+    this.#findMemory();
+    this.#clear();
   }
 
   /** Samples per call, full scale 1. Memory that has grown since is found again: take it anew for each frame. */
@@ -142,18 +146,17 @@ class Session {
 
   /** Processes the input; false when the frame could not be processed, its output is then silent. */
   process() {
-    const [inputSize, outputSize] = this.#sizes;
-    const output = this.#at + 4 * inputSize;
+    const output = this.#at + 4 * this.#inputSize;
     const status =
       this.#kind === "NC"
-        ? this.#process(this.#session, this.#at, inputSize, output, outputSize)
-        : this.#process(this.#session, this.#at, inputSize, output);
+        ? this.#process(this.#session, this.#at, this.#inputSize, output, this.#outputSize)
+        : this.#process(this.#session, this.#at, this.#inputSize, output);
     return status === 0;
   }
 
   /** Delay of a cleaner's output in samples. */
   get latency() {
-    const place = this.#at + 4 * (this.#sizes[0] + this.#sizes[1]);
+    const place = this.#at + 4 * (this.#inputSize + this.#outputSize);
     if (this.#functions.Orv_NC_GetLatency(this.#session, place) !== 0) return 0;
     return new Uint32Array(this.#functions.memory.buffer, place, 1)[0];
   }
@@ -166,6 +169,8 @@ class Session {
   /** Forgets the audio so far. */
   reset() {
     this.#functions[`Orv_${this.#kind}_ResetSession`](this.#session);
+    this.#findMemory();
+    this.#clear();
   }
 
   close() {
@@ -173,11 +178,17 @@ class Session {
     this.#functions.free(this.#at);
   }
 
+  // Memory comes with what lay there before.
+  #clear() {
+    this.#input.fill(0);
+    this.#output.fill(0);
+  }
+
   #findMemory() {
     const buffer = this.#functions.memory.buffer;
     if (buffer === this.#buffer) return;
     this.#buffer = buffer;
-    this.#input = new Float32Array(buffer, this.#at, this.#sizes[0]);
-    this.#output = new Float32Array(buffer, this.#at + 4 * this.#sizes[0], this.#sizes[1]);
+    this.#input = new Float32Array(buffer, this.#at, this.#inputSize);
+    this.#output = new Float32Array(buffer, this.#at + 4 * this.#inputSize, this.#outputSize);
   }
 }

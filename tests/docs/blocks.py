@@ -7,7 +7,8 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 # A block without a language holds shell commands; `text` marks what is no code.
-LANGUAGES = {"": "sh", "sh": "sh", "c": "c", "cpp": "cpp", "cmake": "cmake", "python": "python", "text": "text"}
+# js is run by tests/web.
+LANGUAGES = {"": "sh"} | {name: name for name in ("sh", "c", "cpp", "cmake", "python", "js", "text")}
 PROGRAMS = ("orvel", "make", "scripts/", "bench/", ".ci/", "python", "cmake", "ctest", "cc", "c++", "arecord", "sudo")
 
 

@@ -19,6 +19,7 @@ PROJECT = {
     "docs/troubleshooting.md": "`PATH: cannot be opened, is it there` means that it is not.\n",
     "weights/open.cpp": 'throw Error(path + ": cannot be "\n  "opened, is it there");\n',
     "scripts/run": "",
+    "web/package.json": '{ "version": "2.1.0" }',
 }
 FAULTS = [
     ("CHANGELOG.md", "2.1.0", "2.2.0", "CHANGELOG.md: the newest release is 2.2.0, the version 2.1.0"),
@@ -29,6 +30,7 @@ FAULTS = [
     ("README.md", "`scripts/run`", "`scripts/walk`", "README.md:1: scripts/walk does not exist"),
     ("README.md", "`scripts/*`", "`tools/*`", "README.md:1: tools/* does not exist"),
     ("README.md", "| 1.5 |", "| 1.6 |", "README.md: ours, PESQ: 1.6, in docs/quality.md 1.50"),
+    ("web/package.json", "2.1.0", "2.0.0", "web/package.json: the version is not 2.1.0"),
     ("weights/open.cpp", "is it", "was it", "does not quote 'cannot be opened, was it there' of weights/open.cpp"),
     ("docs/performance.md", "10 ms", "10.5 ms", "docs/performance.md:1: the figure 10.5 is typed"),
 ]
