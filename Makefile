@@ -139,10 +139,10 @@ wheel: ## Build the Python wheel with the free library and five models (build/wh
 wheel-test: wheel ## Install the wheel into an empty environment; run its tests there, Ray and the notebook included
 	@scripts/wheel --test
 
-bench-corpora: ## Measure the cleaning of corpora beside other packages (ARGS=--help)
+bench-corpora: wheel ## Measure the cleaning of corpora beside other packages (ARGS=--help)
 	@scripts/setup build test evaluate corpora
-	@scripts/build release orvel orvel_python
-	@$(PYTHON) bench/corpora.py $(ARGS)
+	@scripts/wheel --install
+	@$(PYTHON) bench/corpora.py --python build/wheel-environment/bin/python $(ARGS)
 
 install: ## Build and install library, headers, models and command (PREFIX, DESTDIR)
 	@scripts/install "$(PREFIX)"
