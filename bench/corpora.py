@@ -137,14 +137,16 @@ cluster.shutdown()
 
 
 def throughput(python, source, work):
-    """Rows of the table, and the outputs of the first run; every other run must give the same."""
-    rows, reference = [], {}
+    """A row for each way to clean the same files, whose samples must be those of the first; and what follows for
+    100,000 hours."""
+    rows, reference, costs = [], {}, []
 
     def row(name, report, out, speed=True, cost=True):
         found = samples(out)
         reference.update({} if reference else found)
         same = "yes" if equal(found, reference) else "NO"
         speed = f"{report['times_real_time']:.0f}" if speed else "–"
+        costs.append(report["cost"])
         cost = f"{report['cost']:.0f}" if cost else "–"
         rows.append(f"| {name} | {report['recordings']} | {report['errors']} | {same} | {speed} | {cost} |")
         shutil.rmtree(out)
@@ -177,7 +179,47 @@ def throughput(python, source, work):
         finally:
             nodes.close()
     head = "| run | outputs | errors | same samples | times real time | CPU seconds per hour of audio |"
-    return [head, "|---|---:|---:|---|---:|---:|", *rows]
+    return {"throughput": [head, "|---|---:|---:|---|---:|---:|", *rows], "arithmetic": arithmetic(costs[1])}
+
+
+def arithmetic(cost):
+    """Time of 100,000 hours at a cost in CPU seconds per hour, and what passes through the store meanwhile."""
+    megabytes = 2 * 16000 * 3600 * 2 / 1e6  # an hour of 16 kHz PCM_16, in and out
+    lines = [
+        "| cores | hours of audio in a second | time for 100,000 hours | read and written |",
+        "|---:|---:|---:|---:|",
+    ]
+    for cores in (2, 16, 64, 1024):
+        speed, days = cores / cost, 1e5 * cost / cores / 86400.0
+        time_taken = f"{days:.0f} days" if days >= 3.0 else f"{24.0 * days:.1f} hours"
+        lines.append(f"| {cores} | {speed:.2f} | {time_taken} | {speed * megabytes:.0f} MB/s |")
+    return [f"At {cost:.0f} CPU seconds per hour of audio: {1e5 * cost / 3600.0:,.0f} core-hours.", "", *lines]
+
+
+PLAN = """
+import json, resource, sys, time
+from pathlib import Path
+from orvel.corpus.plan import make_plan
+
+count, path = 200_000, Path(sys.argv[1])
+line = {"text": "some words that were said", "duration": 12.25}
+with path.open("w") as file:
+    for number in range(count):
+        file.write(json.dumps({"audio_filepath": f"part{number // 1000}/recording-{number}.flac", **line}) + chr(10))
+before = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
+begin = time.process_time()
+plan = make_plan(str(path), 64)
+print((time.process_time() - begin) * 1e6 / count, end=" ")
+print((resource.getrusage(resource.RUSAGE_SELF).ru_maxrss - before) / 1024 * 1e6 / count)
+"""
+
+
+def plan(python, work):
+    """What a list of a million recordings costs before the first is read."""
+    command = [python, "-c", PLAN, str(work / "list.jsonl")]
+    run = subprocess.run(command, env=environment(python), capture_output=True, text=True, check=True)
+    seconds, mebibytes = map(float, run.stdout.split())
+    return {"plan": [f"A list of a million recordings takes {seconds:.0f} CPU seconds and {mebibytes:.0f} MiB."]}
 
 
 def resident(pid):
@@ -209,7 +251,7 @@ def memory(python, work, hours):
         f"| {name} | {' | '.join(f'{np.median(part[:, column]):.0f}' for part in parts)} |"
         for column, name in enumerate(("worker", "process that started it"))
     ]
-    return [
+    lines = [
         f"{report['hours']:.1f} hours in recordings of {minutes} minutes, one worker, batches of 12, "
         f"{report['elapsed_seconds']:.0f} s; median resident MiB in each fifth of the run:",
         "",
@@ -217,6 +259,7 @@ def memory(python, work, hours):
         "|---|---:|---:|---:|---:|---:|",
         *rows,
     ]
+    return {"memory": lines}
 
 
 THREADS = """
@@ -241,11 +284,12 @@ def threads(python):
     """Speed of one to eight threads with a session each, in one process."""
     run = subprocess.run([python, "-c", THREADS], env=environment(python), capture_output=True, text=True, check=True)
     one, two, eight, ratio = map(float, run.stdout.split())
-    return [
+    lines = [
         "| threads, a session each | 1 | 2 | 8 | 8 against 1 |",
         "|---|---:|---:|---:|---:|",
         f"| times real time | {one:.0f} | {two:.0f} | {eight:.0f} | {ratio:.2f} |",
     ]
+    return {"threads": lines}
 
 
 # Each peer: its packages, and a program that cleans the files given on the command line.
@@ -330,7 +374,7 @@ def peers(python, work, files):
         size = sum(wheel_size(package, work) for package in PEERS[name][0]) / 2**20
         cells = f"{cost / hours:.1f} | {cost / first:.1f} | {peak:.0f} | {load_time:.2f} | {size:.1f}"
         lines.append(f"| {name} | {cells} |")
-    return lines
+    return {"peers": lines}
 
 
 def wheel_size(package, work):
@@ -360,7 +404,7 @@ def main():
     parser.add_argument("--seconds", type=float, default=4.0, help="mean length of a recording")
     parser.add_argument("--hours", type=float, default=20.0, help="audio for the memory's curve")
     parser.add_argument("--peer-files", type=int, default=14)
-    parser.add_argument("--only", choices=("throughput", "memory", "threads", "peers"), nargs="*")
+    parser.add_argument("--only", choices=("throughput", "plan", "memory", "threads", "peers"), nargs="*")
     parser.add_argument("--write", action="store_true", help="put the tables into docs/corpora.md")
     given = parser.parse_args()
     resource.setrlimit(resource.RLIMIT_NOFILE, (4096, resource.getrlimit(resource.RLIMIT_NOFILE)[1]))
@@ -373,6 +417,7 @@ def main():
         parts = {
             "throughput": lambda: throughput(given.python, source, work),
             "memory": lambda: memory(given.python, work, given.hours),
+            "plan": lambda: plan(given.python, work),
             "threads": lambda: threads(given.python),
             "peers": lambda: peers(given.python, work, files),
         }
@@ -382,10 +427,12 @@ def main():
                 "throughput": f"{given.files} files of {given.seconds:g} s on average, {BROKEN} of them broken",
                 "peers": f"{len(files)} files of {PEER_SECONDS} s on average",
             }.get(name, "")
-            lines = [f"{scale}. {cores} cores, load {load:.0f} at the start.".lstrip(". "), "", *parts[name]()]
-            print("\n".join(lines), flush=True)
-            if given.write:
-                put(name, lines)
+            head = f"{scale}. {cores} cores, load {load:.0f} at the start.".lstrip(". ")
+            for block, lines in parts[name]().items():
+                lines = lines if block in ("arithmetic", "plan") else [head, "", *lines]
+                print("\n".join(lines), flush=True)
+                if given.write:
+                    put(block, lines)
 
 
 if __name__ == "__main__":

@@ -8,6 +8,7 @@ import multiprocessing
 import os
 import threading
 import time
+import warnings
 from collections import deque
 from collections.abc import Iterator
 from concurrent.futures import FIRST_COMPLETED, Future, ProcessPoolExecutor, wait
@@ -70,8 +71,10 @@ def run(source: str, out: str, options: Options) -> dict[str, Any]:
     if remote and plan.kind != "shards":
         raise ValueError(f"{out}: only shards can go to an address")
     folder = Path(out.rstrip("/").rpartition("/")[2] + ".orvel") if remote else Path(out).absolute()
-    digest = hashlib.sha256(json.dumps([asdict(unit) for unit in plan.units]).encode()).hexdigest()
-    settings = {"task": asdict(options.task), "group": options.group, "units": digest}
+    digest = hashlib.sha256()
+    for unit in plan.units:
+        digest.update(_packed(unit).encode())
+    settings = {"task": asdict(options.task), "group": options.group, "units": digest.hexdigest()}
     journal = Journal(folder, settings)
     where = out if remote else str(folder)
     todo = {
@@ -225,7 +228,10 @@ def _dataset(units: dict[int, Unit], out: str, task: Task) -> Done:
     # A block for each unit: what is lost with a node is done again, and nothing else.
     dataset = from_items(rows, override_num_blocks=len(rows))
     retries = {"max_retries": RAY_RETRIES}
-    for row in dataset.map(transform, num_cpus=1, ray_remote_args_fn=lambda: retries).iter_rows():
+    with warnings.catch_warnings():  # Ray has no other way yet to bound them
+        warnings.simplefilter("ignore", DeprecationWarning)
+        done = dataset.map(transform, num_cpus=1, ray_remote_args_fn=lambda: retries)
+    for row in done.iter_rows():
         yield row["number"], json.loads(row["results"])
 
 
