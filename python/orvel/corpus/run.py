@@ -24,7 +24,7 @@ from orvel.streams import Cleaner
 from orvel.voice import SegmentOptions, VoiceDetector
 
 Done = Iterator[tuple[int, list[Result]]]
-RAY_RETRIES = 5  # of a unit whose worker or node dies
+RAY_RETRIES = 3  # of a unit whose worker or node dies
 
 
 @dataclass(frozen=True)
