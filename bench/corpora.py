@@ -136,10 +136,11 @@ cluster.shutdown()
             self.process.wait(timeout=60)
 
 
-def throughput(python, source, work):
+def throughput(python, work, count, seconds):
     """A row for each way to clean the same files, whose samples must be those of the first; and what follows for
     100,000 hours."""
-    rows, reference, costs = [], {}, []
+    rows, reference, costs, source = [], {}, [], work / "noisy"
+    make_files(source, count, seconds, BROKEN)
 
     def row(name, report, out, speed=True, cost=True):
         found = samples(out)
@@ -151,7 +152,7 @@ def throughput(python, source, work):
         rows.append(f"| {name} | {report['recordings']} | {report['errors']} | {same} | {speed} | {cost} |")
         shutil.rmtree(out)
 
-    units = -(-sum(1 for path in source.rglob("*.*")) // GROUP)
+    units = -(-count // GROUP)
     group = ["--group", str(GROUP)]
     for jobs in (1, 2):
         for batch in (1, GROUP):
@@ -357,8 +358,10 @@ print(time.process_time() - begin)
     return float(out[-1]), usage.ru_maxrss / 1024, float(out[0])
 
 
-def peers(python, work, files):
+def peers(python, work, count):
     """Cost of each package on the same files, each in a process of its own: the least of two rounds."""
+    make_files(work / "peers", count, PEER_SECONDS, 0)
+    files = sorted((work / "peers").rglob("*.*"))
     hours = sum(soundfile.info(file).duration for file in files) / 3600.0
     lines = ["| package | CPU seconds per hour of audio | against the first | peak MiB | import, CPU s | wheel MiB |",
              "|---|---:|---:|---:|---:|---:|"]  # fmt: skip
@@ -410,22 +413,18 @@ def main():
     resource.setrlimit(resource.RLIMIT_NOFILE, (4096, resource.getrlimit(resource.RLIMIT_NOFILE)[1]))
     with tempfile.TemporaryDirectory() as folder:
         work = Path(folder)
-        source = work / "noisy"
-        make_files(source, given.files, given.seconds, BROKEN)
-        make_files(work / "peers", given.peer_files, PEER_SECONDS, 0)
-        files = sorted((work / "peers").rglob("*.*"))
         parts = {
-            "throughput": lambda: throughput(given.python, source, work),
+            "throughput": lambda: throughput(given.python, work, given.files, given.seconds),
             "memory": lambda: memory(given.python, work, given.hours),
             "plan": lambda: plan(given.python, work),
             "threads": lambda: threads(given.python),
-            "peers": lambda: peers(given.python, work, files),
+            "peers": lambda: peers(given.python, work, given.peer_files),
         }
         for name in given.only or parts:
             cores, load = os.cpu_count(), os.getloadavg()[0]
             scale = {
                 "throughput": f"{given.files} files of {given.seconds:g} s on average, {BROKEN} of them broken",
-                "peers": f"{len(files)} files of {PEER_SECONDS} s on average",
+                "peers": f"{given.peer_files} files of {PEER_SECONDS} s on average",
             }.get(name, "")
             head = f"{scale}. {cores} cores, load {load:.0f} at the start.".lstrip(". ")
             for block, lines in parts[name]().items():
