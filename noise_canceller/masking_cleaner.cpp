@@ -1,7 +1,6 @@
 #include "noise_canceller/masking_cleaner.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstdint>
 #include <utility>
 

@@ -54,6 +54,18 @@ class Digits {
   const char* end_;
 };
 
+// Says `text` and the frame's sizes for sessions of the global instance.
+int refuseFrame(const OpenSession& open, Refusal refusal, const char* text) noexcept {
+  const std::uint32_t input = open.session->inputSize();
+  const std::uint32_t output = open.session->outputSize();
+  rememberRefusal(open.context, refusal, input, output);
+  if (open.context == kGlobalInstance) {
+    UTILS::writeErrorLine({text, "\n input size must be ", Digits(input).text(),
+                           "\n output size must be ", Digits(output).text(), "\n"});
+  }
+  return kRejected;
+}
+
 }  // namespace
 
 int refuseHandle(const OpenSession& open, WantedKind wanted) noexcept {
@@ -77,18 +89,6 @@ int refuseRepeated(const OpenSession& open) noexcept {
   rememberRefusal(open.context, Refusal::kRepeated);
   if (open.context == kGlobalInstance) {
     UTILS::writeErrorLine({"The session is in the batch more than once\n"});
-  }
-  return kRejected;
-}
-
-// Says `text` and the frame's sizes for sessions of the global instance.
-static int refuseFrame(const OpenSession& open, Refusal refusal, const char* text) noexcept {
-  const std::uint32_t input = open.session->inputSize();
-  const std::uint32_t output = open.session->outputSize();
-  rememberRefusal(open.context, refusal, input, output);
-  if (open.context == kGlobalInstance) {
-    UTILS::writeErrorLine({text, "\n input size must be ", Digits(input).text(),
-                           "\n output size must be ", Digits(output).text(), "\n"});
   }
   return kRejected;
 }

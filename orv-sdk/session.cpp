@@ -125,7 +125,7 @@ bool OrvSessionT::scoreFrame() {
   const UTILS::FloatingPointMode mode(UTILS::FloatingPointMode::Denormals::kZero);
   convert(*inputResampler_);
   const bool succeeded = cleaner_->process(frame_) > 0;
-  const float score = succeeded ? frame_.front() : 0.0F;
+  const float score = frame_.front();
   frame_.assign(1, std::isfinite(score) ? score : 0.0F);
   return succeeded;
 }

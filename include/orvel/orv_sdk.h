@@ -109,8 +109,9 @@ ORV_API int Orv_SDK_SetModel(const char* controlFileName, const char* modelName)
  * @param frameDurationMs 10, 20, 30 or 40.
  * @param modelName a name given to Orv_SDK_SetModel, or NULL for the noise-cleaning model whose own
  *        rate is nearest to inputSampleRate without being above it, the first loaded on a tie;
- *        models whose weights do not tell kind and rate are passed over. A named model is taken whatever it is for: with a voice-activity model the session is one of voice
- *        activity, which only the functions for those accept.
+ *        models whose weights do not tell kind and rate are passed over. A named model is taken
+ *        whatever it is for: with a voice-activity model the session is one of voice activity, which
+ *        only the functions for those accept.
  * @return the session's handle, owned by the library until it is closed; NULL on any failure. A handle
  *         is never given out twice within a process.
  */

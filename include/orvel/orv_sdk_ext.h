@@ -16,10 +16,10 @@
  * Orv_Context_Destroy must be the last call on a context and on its sessions.
  *
  * Real time: Orv_VAD_Process*, Orv_NC_CleanBatch*, Orv_NC_GetLatency, Orv_NC_SetAttenuationLimit,
- * Orv_Session_GetStatistics and the two reset functions allocate no memory and take no lock; they make no
- * system call but those that write the reason of a refused call, which sessions of a context do not. A call that is refused in a
- * session of a context prints nothing and calls no handler. All Orv_Context functions may allocate, lock
- * and read files.
+ * Orv_Session_GetStatistics and the two reset functions allocate no memory and take no lock; they make
+ * no system call but those that write the reason of a refused call. A call that is refused in a session
+ * of a context writes and prints nothing and calls no handler. All Orv_Context functions may allocate,
+ * lock and read files.
  *
  * Errors: a session handle that is unknown belongs to no context: the reason is written to standard
  * error, and while the global instance is not initialised the status is -3 where 2 is listed.

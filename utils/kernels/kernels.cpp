@@ -16,6 +16,14 @@ constexpr std::size_t kPerUnit = kUnit / kFloats;
 ORVEL_INLINE Doubles asDoubles(Bits bits) { return load<Doubles>(&bits); }
 ORVEL_INLINE Bits asBits(Doubles doubles) { return load<Bits>(&doubles); }
 
+// By Horner's rule, the coefficient of the highest power first.
+template <class... Coefficients>
+ORVEL_INLINE Doubles polynomial(Doubles x, double highest, Coefficients... lower) {
+  Doubles sum = Doubles{} + highest;
+  ((sum = sum * x + lower), ...);
+  return sum;
+}
+
 // e^x to about 1e-11 of its value; 0 below 2^-1023, infinite above 2^1023.5.
 ORVEL_INLINE Doubles exponential(Doubles x) {
   constexpr double kLow = -709.0;
@@ -28,15 +36,8 @@ ORVEL_INLINE Doubles exponential(Doubles x) {
   const Doubles n = shifted - kRounder;
   const Doubles r = (x - n * 0x1.62e42fefa3800p-1) - n * 0x1.ef35793c76730p-45;
   // The series of e^r, |r| <= ln(2) / 2.
-  Doubles sum = r * (1.0 / 362880) + 1.0 / 40320;
-  sum = sum * r + 1.0 / 5040;
-  sum = sum * r + 1.0 / 720;
-  sum = sum * r + 1.0 / 120;
-  sum = sum * r + 1.0 / 24;
-  sum = sum * r + 1.0 / 6;
-  sum = sum * r + 0.5;
-  sum = sum * r + 1.0;
-  sum = sum * r + 1.0;
+  const Doubles sum = polynomial(r, 1.0 / 362880, 1.0 / 40320, 1.0 / 5040, 1.0 / 720, 1.0 / 120,
+                                 1.0 / 24, 1.0 / 6, 0.5, 1.0, 1.0);
   return sum * asDoubles((asBits(shifted) + 1023) << 52);
 }
 
@@ -51,13 +52,8 @@ ORVEL_INLINE Doubles logarithm(Doubles x) {
   const Doubles mantissa = asDoubles(asBits(x) - ((exponent - 1023) << 52));
   const Doubles s = (mantissa - 1.0) / (mantissa + 1.0);
   const Doubles q = s * s;
-  Doubles sum = q * (1.0 / 15) + 1.0 / 13;
-  sum = sum * q + 1.0 / 11;
-  sum = sum * q + 1.0 / 9;
-  sum = sum * q + 1.0 / 7;
-  sum = sum * q + 1.0 / 5;
-  sum = sum * q + 1.0 / 3;
-  sum = sum * q + 1.0;
+  const Doubles sum =
+      polynomial(q, 1.0 / 15, 1.0 / 13, 1.0 / 11, 1.0 / 9, 1.0 / 7, 1.0 / 5, 1.0 / 3, 1.0);
   Doubles result = n * 0x1.62e42fefa39efp-1 + 2.0 * s * sum;
   constexpr double kLeast = 0x1p-1022;
   constexpr double kInfinite = __builtin_inf();
