@@ -200,17 +200,22 @@ def _on_ray(todo: dict[int, Unit], out: str, options: Options) -> Done:
     up comes again with every item by itself."""
     import ray
 
+    own = not ray.is_initialized()
     ray.init(address=options.ray, ignore_reinit_error=True, log_to_driver=False)
-    context = ray.data.DataContext.get_current()
-    context.enable_progress_bars, context.max_errored_blocks = False, -1
-    left = dict(todo)
-    for number, results in _dataset(left, out, options.task):
-        del left[number]
-        yield number, results
-    for number, unit in left.items():
-        singles = dict(enumerate(_singles(unit)))
-        found = dict(_dataset(singles, out, options.task)) if len(singles) > 1 else {}
-        yield number, [result for at, one in singles.items() for result in found.get(at, [_deadly(one)])]
+    try:
+        context = ray.data.DataContext.get_current()
+        context.enable_progress_bars, context.max_errored_blocks = False, -1
+        left = dict(todo)
+        for number, results in _dataset(left, out, options.task):
+            del left[number]
+            yield number, results
+        for number, unit in left.items():
+            singles = dict(enumerate(_singles(unit)))
+            found = dict(_dataset(singles, out, options.task)) if len(singles) > 1 else {}
+            yield number, [result for at, one in singles.items() for result in found.get(at, [_deadly(one)])]
+    finally:
+        if own:
+            ray.shutdown()  # prints what its nodes still report
 
 
 def _dataset(units: dict[int, Unit], out: str, task: Task) -> Done:
