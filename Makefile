@@ -155,10 +155,10 @@ bench-web: ## Measure size and cost of the package in Chromium (ARGS=--write)
 	@scripts/web
 	@$(PYTHON) bench/web.py $(ARGS)
 
-bench-corpora: ## Measure the cleaning of corpora beside other packages (ARGS=--help)
+bench-corpora: wheel ## Measure the cleaning of corpora beside other packages (ARGS=--help)
 	@scripts/setup build test evaluate corpora
-	@scripts/build release orvel orvel_python
-	@$(PYTHON) bench/corpora.py $(ARGS)
+	@scripts/wheel --install
+	@$(PYTHON) bench/corpora.py --python build/wheel-environment/bin/python $(ARGS)
 
 install: ## Build and install library, headers, models and command (PREFIX, DESTDIR)
 	@scripts/install "$(PREFIX)"

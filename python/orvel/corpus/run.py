@@ -8,6 +8,7 @@ import multiprocessing
 import os
 import threading
 import time
+import warnings
 from collections import deque
 from collections.abc import Iterator
 from concurrent.futures import FIRST_COMPLETED, Future, ProcessPoolExecutor, wait
@@ -20,9 +21,10 @@ from orvel.corpus.journal import Journal, summary, write_lists, write_text
 from orvel.corpus.plan import Plan, Unit, make_plan
 from orvel.corpus.work import Audio, Result, Task, work_on
 from orvel.streams import Cleaner
-from orvel.voice import VoiceDetector, segments_of
+from orvel.voice import SegmentOptions, VoiceDetector
 
 Done = Iterator[tuple[int, list[Result]]]
+RAY_RETRIES = 3  # of a unit whose worker or node dies
 
 
 @dataclass(frozen=True)
@@ -31,7 +33,7 @@ class Options:
     of a Ray cluster, "local" for one on this machine; then `jobs` is left to Ray."""
 
     task: Task
-    group: int = 32
+    group: int = 64
     jobs: int = field(default_factory=lambda: len(os.sched_getaffinity(0)))
     ray: str | None = None
     progress: bool = True
@@ -69,8 +71,10 @@ def run(source: str, out: str, options: Options) -> dict[str, Any]:
     if remote and plan.kind != "shards":
         raise ValueError(f"{out}: only shards can go to an address")
     folder = Path(out.rstrip("/").rpartition("/")[2] + ".orvel") if remote else Path(out).absolute()
-    digest = hashlib.sha256(json.dumps([asdict(unit) for unit in plan.units]).encode()).hexdigest()
-    settings = {"task": asdict(options.task), "group": options.group, "units": digest}
+    digest = hashlib.sha256()
+    for unit in plan.units:
+        digest.update(_packed(unit).encode())
+    settings = {"task": asdict(options.task), "group": options.group, "units": digest.hexdigest()}
     journal = Journal(folder, settings)
     where = out if remote else str(folder)
     todo = {
@@ -88,7 +92,7 @@ def run(source: str, out: str, options: Options) -> dict[str, Any]:
                 for result in results:
                     if "error" in result:
                         print(json.dumps(result), file=errors, flush=True)
-                advance(len(plan.units[number].items), worked)
+                advance(len(plan.units[number].items), results)
     finally:
         journal.close()
         errors.close()
@@ -105,7 +109,7 @@ def _check(task: Task) -> None:
     """Raises ValueError or OrvelError for options that no recording could be worked on with."""
     if task.name == "vad":
         VoiceDetector(16000, model=task.model)
-        segments_of([], 0.0, threshold=task.threshold)
+        SegmentOptions(task.threshold)
     else:
         Cleaner(48000, model=task.model, attenuation_limit=task.attenuation_limit)
 
@@ -121,7 +125,7 @@ class _bar:
         self._bar = tqdm(
             total=total, initial=done, unit="shard" if plan.kind == "shards" else "file", disable=not shown
         )
-        self._start = time.monotonic()
+        self._start, self._seconds = time.monotonic(), 0.0
 
     def __enter__(self) -> Any:
         return self._advance
@@ -129,9 +133,9 @@ class _bar:
     def __exit__(self, *unused: object) -> None:
         self._bar.close()
 
-    def _advance(self, items: int, worked: list[Result]) -> None:
-        seconds = sum(result.get("seconds", 0.0) for result in worked)
-        self._bar.set_postfix_str(f"{seconds / (time.monotonic() - self._start):.0f} x real time", refresh=False)
+    def _advance(self, items: int, results: list[Result]) -> None:
+        self._seconds += sum(result.get("seconds", 0.0) for result in results)
+        self._bar.set_postfix_str(f"{self._seconds / (time.monotonic() - self._start):.0f} x real time", refresh=False)
         self._bar.update(items)
 
 
@@ -164,8 +168,16 @@ def _alone(unit: Unit, out: str, options: Options) -> list[Result]:
             return pool.submit(do_unit, unit, out, options.task).result()
     except BrokenProcessPool:
         if len(unit.items) == 1:
-            return [{"input": unit.items[0].source, "error": "the worker process died of it"}]
-    return [result for item in unit.items for result in _alone(Unit((item,), unit.shard), out, options)]
+            return [_deadly(unit)]
+    return [result for single in _singles(unit) for result in _alone(single, out, options)]
+
+
+def _singles(unit: Unit) -> list[Unit]:
+    return [Unit((item,), unit.shard) for item in unit.items]
+
+
+def _deadly(unit: Unit) -> Result:
+    return {"input": unit.items[0].source, "error": "the worker process died of it"}
 
 
 def _pool(jobs: int) -> ProcessPoolExecutor:
@@ -184,21 +196,47 @@ def _end_with(parent: int) -> None:
 
 
 def _on_ray(todo: dict[int, Unit], out: str, options: Options) -> Done:
-    """Units as rows of a Ray dataset; Ray schedules them and repeats those whose worker or node dies."""
+    """Units as rows of a Ray dataset. Ray schedules them and repeats those whose worker or node dies; what it gives
+    up comes again with every item by itself."""
     import ray
 
-    ray.init(address=None if options.ray == "local" else options.ray, ignore_reinit_error=True, log_to_driver=False)
-    ray.data.DataContext.get_current().enable_progress_bars = False
-    rows = [{"number": number, "unit": _packed(unit)} for number, unit in todo.items()]
-    task = asdict(options.task)
+    own = not ray.is_initialized()
+    ray.init(address=options.ray, ignore_reinit_error=True, log_to_driver=False)
+    try:
+        context = ray.data.DataContext.get_current()
+        context.enable_progress_bars, context.max_errored_blocks = False, -1
+        left = dict(todo)
+        for number, results in _dataset(left, out, options.task):
+            del left[number]
+            yield number, results
+        for number, unit in left.items():
+            singles = dict(enumerate(_singles(unit)))
+            found = dict(_dataset(singles, out, options.task)) if len(singles) > 1 else {}
+            yield number, [result for at, one in singles.items() for result in found.get(at, [_deadly(one)])]
+    finally:
+        if own:
+            ray.shutdown()  # prints what its nodes still report
+
+
+def _dataset(units: dict[int, Unit], out: str, task: Task) -> Done:
+    from ray.data import from_items
+
+    fields = asdict(task)
 
     def transform(row: dict[str, Any]) -> dict[str, Any]:
-        results = do_unit(_unpacked(row["unit"]), out, Task(**task))
+        results = do_unit(_unpacked(row["unit"]), out, Task(**fields))
         return {"number": row["number"], "results": json.dumps(results)}
 
+    rows = [{"number": number, "unit": _packed(unit)} for number, unit in units.items()]
+    if not rows:
+        return
     # A block for each unit: what is lost with a node is done again, and nothing else.
-    dataset = ray.data.from_items(rows, override_num_blocks=max(1, len(rows))).map(transform, num_cpus=1)
-    for row in dataset.iter_rows():
+    dataset = from_items(rows, override_num_blocks=len(rows))
+    retries = {"max_retries": RAY_RETRIES}
+    with warnings.catch_warnings():  # Ray has no other way yet to bound them
+        warnings.simplefilter("ignore", DeprecationWarning)
+        done = dataset.map(transform, num_cpus=1, ray_remote_args_fn=lambda: retries)
+    for row in done.iter_rows():
         yield row["number"], json.loads(row["results"])
 
 

@@ -17,6 +17,7 @@ from orvel.corpus.work import Audio, Result, Task, work_on
 from orvel.recordings import pending
 
 Member = tuple[tarfile.TarInfo, bytes]
+MOST_HELD = 64 << 20  # bytes of samples in memory at a time
 
 
 def work_on_shard(item: Item, out: str, task: Task) -> list[Result]:
@@ -54,11 +55,13 @@ def _rewrite(shard: tarfile.TarFile, target: Any, item: Item, task: Task) -> lis
     results: list[Result] = []
     with tarfile.open(fileobj=target, mode="w|") as out:
         batch: list[list[Member]] = []
+        held = 0
         for sample in _samples(shard):
             batch.append(sample)
-            if len(batch) == task.batch:
+            held += sum(info.size for info, _ in sample)
+            if len(batch) == task.batch or held > MOST_HELD:
                 results += _write(out, batch, item, task)
-                batch = []
+                batch, held = [], 0
         results += _write(out, batch, item, task)
     return results
 

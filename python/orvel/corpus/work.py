@@ -15,10 +15,10 @@ import soundfile
 
 from orvel.arrays import Floats
 from orvel.recordings import Recording, blocks_of, clean_blocks, pending, writer_like
-from orvel.voice import VoiceDetector, segments_of
+from orvel.voice import SegmentOptions, VoiceDetector, segments_of
 
 Result = dict[str, Any]
-BLOCK_SECONDS = 4
+BLOCK_SECONDS = 1
 
 
 @dataclass(frozen=True)
@@ -26,10 +26,10 @@ class Task:
     """What to do with each recording. `batch`: recordings cleaned at once in a worker."""
 
     name: str  # clean or vad
-    batch: int = 16
+    batch: int = 64
     model: str | None = None
     attenuation_limit: float | None = None
-    threshold: float = 0.55
+    threshold: float = SegmentOptions.threshold
 
 
 @dataclass
@@ -165,7 +165,8 @@ def _scored(audio: Audio, task: Task) -> Result:
             counted(blocks_of(source, BLOCK_SECONDS))
         )
         seconds = source.frames / source.samplerate
-    segments = [[s.start, s.end, round(s.score, 4)] for s in segments_of(scores, seconds, threshold=task.threshold)]
+    found = segments_of(scores, seconds, SegmentOptions(task.threshold))
+    segments = [[s.start, s.end, round(s.score, 4)] for s in found]
     text = json.dumps({"input": audio.name, "duration": seconds, "segments": segments}) + "\n"
     if isinstance(audio.sink, Path):
         audio.sink.parent.mkdir(parents=True, exist_ok=True)
