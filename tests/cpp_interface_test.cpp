@@ -358,6 +358,10 @@ TEST(Library, TellsWhatAModelIs) {
   EXPECT_EQ(cleaning.hop, static_cast<std::size_t>(noise.step));
   orvel::Cleaner session(library, {.inputRate = 32000, .model = "noise"});
   EXPECT_EQ(cleaning.latency, session.latency());
+  const TestModel flat = makeFlatModel("0.0.2", 16000, 32, 0.0F);
+  EXPECT_EQ(load(library, "flat", flat).weights,
+            flat.nonLinear[0].data.size() + flat.nonLinearBias[0].size())
+      << "the last linear branch is not used";
   const orvel::Model detecting = load(library, "voice", makeVadModel());
   EXPECT_EQ(detecting.kind, orvel::ModelKind::voiceActivity);
   EXPECT_EQ(library.model("voice").version, detecting.version);

@@ -39,12 +39,13 @@ class WeightFile : public testing::Test {
 };
 
 TEST_F(WeightFile, KeepsEveryTypeExactly) {
-  ASSERT_TRUE(load(everyType().bytes()));
+  ASSERT_TRUE(load(everyType().bytes() + WeightBuilder().floats("Floats", {3.0F}).bytes()));
   EXPECT_EQ(weight().error(), "");
   const auto& values = weight().values();
   EXPECT_EQ(values.size(), 11U);
   EXPECT_EQ(values.getReference<int>(""), -1);
   EXPECT_EQ(values.getReference<float>("Real"), 1.5F);
+  EXPECT_EQ(values.getReference<Floats>("Floats"), (Floats{1.0F, 2.0F})) << "the first of a name";
   EXPECT_EQ(values.getReference<Matrix>("Flat").dim1, 7U);
   EXPECT_EQ(values.getReference<Matrix>("Matrix").data, (Floats{1, 2, 3, 4, 5, 6}));
   EXPECT_TRUE(values.getReference<std::vector<Floats>>("NoLists").empty());
@@ -79,6 +80,7 @@ TEST_F(WeightFile, RecordsOfHugeCountsAreDropped) {
   const std::string huge = u32Bytes(0xFFFFFFFFU), some(64, '\x01');
   const std::pair<uint32_t, std::string> records[] = {
       {2, huge + some},
+      {3, u32Bytes(17) + some},                           // of 16 floats
       {4, u32Bytes(0x10000) + u32Bytes(0x10000) + some},  // the product wraps to 0
       {4, u32Bytes(0x40000001) + u32Bytes(4) + some},     // and to 4
       {5, u32Bytes(2) + huge + some},
