@@ -23,14 +23,25 @@ def band_edges(shape: Shape) -> list[tuple[float, float]]:
     return edges
 
 
+def shared_bands(source: Shape, target: Shape) -> list[int | None]:
+    """For every band of ``target`` the index of the same band in ``source``, or None."""
+    known = {edge: k for k, edge in enumerate(band_edges(source))}
+    return [known.get(edge) for edge in band_edges(target)]
+
+
+def shared_statistics(source: dict, target: dict, order: list[int | None]) -> dict:
+    """Statistics of the inputs: those of ``source`` in the bands of ``order``, of ``target`` elsewhere."""
+    at = np.array([-1 if k is None else k for k in order])
+    return {name: np.where(at < 0, value, source[name][at]) for name, value in target.items()}
+
+
 def adapt(params: dict, source: Shape, target: Shape, rng: np.random.Generator) -> dict:
     """Parameters for ``target`` out of those for ``source``; both look at the same number of frames."""
     if source.preview != target.preview:
         raise ValueError(f"history of {source.preview} frames cannot start one of {target.preview}")
     if source.step * target.sample_rate != target.step * source.sample_rate:
         raise ValueError("the models differ in the time between hops")
-    known = {edge: k for k, edge in enumerate(band_edges(source))}
-    order = [known.get(edge) for edge in band_edges(target)]
+    order = shared_bands(source, target)
     nearest = [k if k is not None else source.bands - 1 for k in order]
     out = dict(params)
     for key in ("Ax", "Bx", "Gx"):

@@ -1,6 +1,6 @@
 """One model out of two trainings of it.
 
-``python -m training.combine mean|join --config FILE --weights A.bin B.bin --out DIR``
+``python -m training.combine mean|join|bands --config FILE --weights A.bin B.bin --out DIR``
 
 ``mean`` takes the mean of the weights. Between the weights before and after a short stage lie models with a
 share of the stage's effect; ``--share`` is the weight of the second file. ``--loop 0.95`` also scales what the
@@ -10,6 +10,10 @@ back by a few per cent.
 ``join`` puts the two side by side in a wider network: the units of both, nothing between them, and the mean of
 their outputs. That is an ensemble in one file, and a good start for training on. The configuration's ``hidden``
 is that of both together. A detector is calibrated when it is trained on.
+
+``bands`` gives the first model, of another rate, the bands of the second: it cleans what both rates hold as it
+did. Bands that it lacks start as in a warm start (``training.adapt``) and want training; their statistics are
+those of the second file, of which nothing else is taken.
 """
 
 from __future__ import annotations
@@ -20,7 +24,8 @@ import sys
 import numpy as np
 
 from training import InputError
-from training.model import load_exported, load_model
+from training.adapt import shared_bands, shared_statistics
+from training.model import Exported, load_exported, load_model
 from training.weights_file import export_model
 
 
@@ -49,13 +54,27 @@ def _joined(name: str, a: np.ndarray, b: np.ndarray) -> np.ndarray:
     return np.block([[a, np.zeros((len(a), b.shape[1]))], [np.zeros((len(b), a.shape[1])), b]])
 
 
+def bands(model, first: Exported, second: Exported) -> tuple[dict, dict]:
+    """Parameters and statistics of ``first`` with the bands of ``second``. Raises InputError."""
+    if any(getattr(part, "shape", None) is None for part in (first.model, model)) or "Ah" not in first.params:
+        raise InputError("only recurrent cleaners take the bands of another rate")
+    if getattr(second.model, "shape", None) != model.shape:
+        raise InputError("the second file has other bands than the configuration")
+    try:
+        params, _ = model.from_entries(first.entries)
+    except ValueError as error:
+        raise InputError(str(error)) from None
+    order = shared_bands(first.model.shape, model.shape)
+    return params, shared_statistics(first.stats, second.stats, order)
+
+
 def main(arguments: list[str] | None = None) -> None:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("how", choices=("mean", "join"))
+    parser.add_argument("how", choices=("mean", "join", "bands"))
     parser.add_argument("--config", required=True)
     parser.add_argument("--weights", required=True, nargs=2)
     parser.add_argument("--share", type=float, default=0.5, help="mean: weight of the second file")
-    parser.add_argument("--loop", type=float, default=1.0, help="mean: strength of the state loop")
+    parser.add_argument("--loop", type=float, default=1.0, help="mean, bands: strength of the state loop")
     parser.add_argument("--out", required=True)
     args = parser.parse_args(arguments)
     try:
@@ -63,17 +82,20 @@ def main(arguments: list[str] | None = None) -> None:
         first, second = (load_exported(path) for path in args.weights)
         if args.how == "join" and "Ah" not in first.params:
             raise InputError("only recurrent networks can be joined")
-        if any(not np.array_equal(value, second.stats.get(name)) for name, value in first.stats.items()):
+        if args.how == "bands":
+            params, stats = bands(model, first, second)
+            params = with_loop(params, args.loop)
+        elif any(not np.array_equal(value, second.stats.get(name)) for name, value in first.stats.items()):
             raise InputError("the two files normalise their inputs differently: they are not one model's")
-        if args.how == "mean":
-            params = with_loop(mean(first.params, second.params, args.share), args.loop)
+        elif args.how == "mean":
+            params, stats = with_loop(mean(first.params, second.params, args.share), args.loop), first.stats
         else:
-            params = join(first.params, second.params)
+            params, stats = join(first.params, second.params), first.stats
             if len(params["a"]) != model.hidden:
                 raise InputError(f"{args.config}: {model.hidden} units, the two files make {len(params['a'])}")
     except InputError as error:
         sys.exit(f"combine: {error}")
-    export_model(args.out, config, model.entries(params, first.stats))
+    export_model(args.out, config, model.entries(params, stats))
 
 
 if __name__ == "__main__":

@@ -6,7 +6,7 @@ import numpy as np
 import pytest
 from conftest import CONFIGS, config
 
-from training.adapt import adapt, band_edges, widen
+from training.adapt import adapt, band_edges, shared_bands, shared_statistics, widen
 from training.bands import compressed_widths, expansion_index
 from training.combine import join
 from training.model import load_exported, make_model
@@ -91,6 +91,9 @@ def test_other_rates_start_from_the_default_band_by_band(name, shared):
     np.testing.assert_array_equal(new["Ax"][:shared], old["Ax"][:shared])
     np.testing.assert_array_equal(new["O"][:, :shared], old["O"][:, :shared])
     assert new["O"].shape == (old["O"].shape[0], target.shape.bands)
+    known, own = ({"MU": np.full(shape.bands, fill)} for shape, fill in ((source.shape, 1.0), (target.shape, 2.0)))
+    merged = shared_statistics(known, own, shared_bands(source.shape, target.shape))["MU"]
+    assert merged.tolist() == [1.0] * shared + [2.0] * (target.shape.bands - shared)
 
 
 def test_a_widened_network_computes_the_same():
