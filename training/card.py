@@ -16,6 +16,7 @@ import numpy as np
 
 from training import InputError
 from training.configuration import load_config
+from training.recurrent import VERSION as RECURRENT
 from training.sources import read_sources
 from training.weights_file import read_weights
 
@@ -28,6 +29,10 @@ tones.""",
     "detect": """Scores voices of any kind: a single voice in the background is speech to it. Singing and some animal
 sounds can be taken for speech. The score agrees best with the voice 30 to 60 ms after it; a caller who cuts audio at
 the score should keep 60 ms before it.""",
+    "older": """It is for hosts that must run this version of the cleaner, and an example of its weights. It lowers
+noise in pauses, but speech in noise becomes no more intelligible: its ESTOI lies below the unprocessed
+input's (docs/quality.md). Where there is a choice, take `orvel-16k-tiny`: it costs as much and is
+better by every measure.""",
 }
 
 
@@ -68,8 +73,7 @@ def card_text(config: dict, entries: dict, weights: Path, metrics: str, command:
     lines += ["", "## Data and licences", "", read_sources(weights), "", "## Measured", ""]
     if metrics:
         lines += ["Through the emulated chain, on speakers and recordings that training did not see;"]
-        lines += ["`training.evalset` makes them (60 pairs of 6 s at 16 kHz, 40 at 8 and 32 kHz, 10 streams for"]
-        lines += ["the detector):", ""]
+        lines += ["`training.evalset` makes them (60 pairs of 6 s, 10 streams for the detector):", ""]
         lines += ["```", f"$ {command}", metrics.rstrip(), "```", ""]
     judges = {"opinion": "DNSMOS' network (`sig`, `bak`, `ovrl`)", "quality": "an estimate of PESQ (`pesq`)"}
     heard = [text for key, text in judges.items() if any(stage.get(key) for stage in config["stage"])]
@@ -82,6 +86,8 @@ def card_text(config: dict, entries: dict, weights: Path, metrics: str, command:
         lines.append(f"A score of 0.5 is the raw output {best:.2f} of the best F1 on validation streams; 0 and 1 are")
         lines += [f"{low:.2f} and {high:.2f}, the 0.5 and 99.5 percentiles there.", ""]
     lines += ["## Limits", "", LIMITS["detect" if detector else "clean"], ""]
+    if not detector and version != RECURRENT:
+        lines += ["## What it is for", "", LIMITS["older"], ""]
     return "\n".join(lines)
 
 
