@@ -54,8 +54,11 @@ def _joined(name: str, a: np.ndarray, b: np.ndarray) -> np.ndarray:
     return np.block([[a, np.zeros((len(a), b.shape[1]))], [np.zeros((len(b), a.shape[1])), b]])
 
 
-def bands(model, first: Exported, second: Exported) -> tuple[dict, dict]:
-    """Parameters and statistics of ``first`` with the bands of ``second``. Raises InputError."""
+def bands(model, first: Exported, second: Exported, lift: float) -> tuple[dict, dict]:
+    """Parameters and statistics of ``first`` with the bands of ``second``. Raises InputError.
+
+    ``lift`` is added to the output's bias in the bands that ``first`` lacks.
+    """
     if any(getattr(part, "shape", None) is None for part in (first.model, model)) or "Ah" not in first.params:
         raise InputError("only recurrent cleaners take the bands of another rate")
     if getattr(second.model, "shape", None) != model.shape:
@@ -65,6 +68,7 @@ def bands(model, first: Exported, second: Exported) -> tuple[dict, dict]:
     except ValueError as error:
         raise InputError(str(error)) from None
     order = shared_bands(first.model.shape, model.shape)
+    params["o"] = params["o"] + np.float32(lift) * np.array([k is None for k in order], np.float32)
     return params, shared_statistics(first.stats, second.stats, order)
 
 
@@ -75,6 +79,9 @@ def main(arguments: list[str] | None = None) -> None:
     parser.add_argument("--weights", required=True, nargs=2)
     parser.add_argument("--share", type=float, default=0.5, help="mean: weight of the second file")
     parser.add_argument("--loop", type=float, default=1.0, help="mean, bands: strength of the state loop")
+    parser.add_argument(
+        "--lift", type=float, default=0.0, help="bands: opens the masks of new bands, before the logistic"
+    )
     parser.add_argument("--out", required=True)
     args = parser.parse_args(arguments)
     try:
@@ -83,7 +90,7 @@ def main(arguments: list[str] | None = None) -> None:
         if args.how == "join" and "Ah" not in first.params:
             raise InputError("only recurrent networks can be joined")
         if args.how == "bands":
-            params, stats = bands(model, first, second)
+            params, stats = bands(model, first, second, args.lift)
             params = with_loop(params, args.loop)
         elif any(not np.array_equal(value, second.stats.get(name)) for name, value in first.stats.items()):
             raise InputError("the two files normalise their inputs differently: they are not one model's")
