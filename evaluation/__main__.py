@@ -12,7 +12,7 @@ import sys
 import time
 from pathlib import Path
 
-from evaluation import ROOT, options, report
+from evaluation import ROOT, options, report, work
 from evaluation.run import Settings, check, measure_all
 from orvel import OrvelError
 
@@ -57,11 +57,14 @@ def main(arguments: list[str] | None = None) -> None:
     say = lambda text: print(text, flush=True)  # noqa: E731
     stored = chosen.scratch / "results.pickle"
     try:
-        digest = digest_of(chosen.library, chosen.command, *chosen.models.glob("*.*"))
+        digests = section_digests(chosen)
         results = pickle.loads(stored.read_bytes()) if stored.exists() else {}
-        # Sections measured earlier count as long as library, command and models are the same.
-        results = results if results.get("digest") == digest else {}
-        if chosen.reuse and not results:
+        # Sections measured earlier count as long as library, command and the models that they use are the same.
+        known = results.setdefault("digests", {})
+        for name, key in report.SECTIONS.items():
+            if known.get(name) != digests[name]:
+                results.pop(key, None)
+        if chosen.reuse and not any(key in results for key in report.SECTIONS.values()):
             raise FileNotFoundError(f"{stored} holds no results of these files: run without --reuse")
         asked = [] if chosen.reuse else chosen.only
         missing = [name for name, key in report.SECTIONS.items() if name not in asked and key not in results]
@@ -73,11 +76,25 @@ def main(arguments: list[str] | None = None) -> None:
     chosen.scratch.mkdir(parents=True, exist_ok=True)
     if not chosen.reuse:
         start = time.monotonic()
-        results |= measure_all(settings, models, say) | {"digest": digest}
+        results |= measure_all(settings, models, say)
+        known |= {name: digests[name] for name in asked}
         say(f"measured in {time.monotonic() - start:.0f} s")
         stored.write_bytes(pickle.dumps(results))
     target = ROOT / "docs" if chosen.write else chosen.out
     say(f"wrote {report.write(results, target, ROOT / 'training' / 'curves')}")
+
+
+def section_digests(chosen: argparse.Namespace) -> dict[str, str]:
+    """For every section one digest of the library, the command and the models that it measures."""
+    with work.open_library(chosen.library, chosen.models) as library:
+        kinds = {model.name: model.kind for model in library.models()}
+    digests = {}
+    for name in report.SECTIONS:
+        used = [
+            path for path in chosen.models.glob("*.*") if kinds.get(path.stem) in report.USES.get(name, ["cleaner"])
+        ]
+        digests[name] = digest_of(chosen.library, chosen.command, *used)
+    return digests
 
 
 def digest_of(*files: Path) -> str:

@@ -20,6 +20,8 @@ SECTIONS = {
     "stress": "stress",
     "pictures": "examples",
 }
+# The kinds of model that a section measures; the others measure cleaners.
+USES = {"voice": ["detector"], "segments": ["detector"], "stress": ["cleaner", "detector"]}
 # The systems beside ours in the tables by ratio and room.
 SHOWN = ("unprocessed", "RNNoise", "GTCRN")
 

@@ -1,3 +1,3 @@
 # Voice activity at 8 kHz
 WEIGHT orvel-vad.bin
-#SHA256 1303924ca6be84b0dc485fb7b8fc9a81128c84e6cbbb5522c6411afbb6567b52
+#SHA256 3fcbfa6aab07683afb2f64334e8b5d0f06281387a6c849b3c31f853a8872e620

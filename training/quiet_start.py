@@ -59,7 +59,7 @@ def main(arguments: list[str] | None = None) -> None:
     parser.add_argument("--weights", required=True, nargs="+")
     parser.add_argument("--data", required=True)
     parser.add_argument("--seeds", type=int, default=300)
-    parser.add_argument("--worst", type=float, default=0.5, help="seconds that may be missed (0.5)")
+    parser.add_argument("--worst", type=float, default=0.75, help="seconds that may be missed (0.75)")
     args = parser.parse_args(arguments)
     try:
         loaded = {path: load_exported(path) for path in args.weights}
