@@ -6,7 +6,7 @@ One session of each model hears all kinds of evaluation/torture_signals.py in tu
 speech after each. That speech is compared with what a fresh session makes of it: the gain, and the
 difference as a signal-to-distortion ratio (dB); for detectors the mean difference of the scores. The worst
 of each model has to keep within evaluation/torture.toml. During the signals every output sample must be
-finite and within full scale.
+finite and within full scale, and the model's state must never have to be cleared.
 """
 
 from __future__ import annotations
@@ -53,8 +53,8 @@ def compare(out: np.ndarray, fresh: np.ndarray, cleans: bool) -> dict[str, float
     return {"gain_db": decibels(np.sum(out**2) / power), "sdr_db": min(decibels(power / max(error, 1e-20)), 120.0)}
 
 
-def torture(name: str, folder: Path, minutes: float) -> dict[str, dict[str, float]]:
-    """The comparison after each kind of signal."""
+def torture(name: str, folder: Path, minutes: float) -> tuple[dict[str, dict[str, float]], int]:
+    """The comparison after each kind of signal, and how often the model's state was cleared."""
     rows = {}
     with Library(folder) as library:
         model = library.load(name)
@@ -73,7 +73,7 @@ def torture(name: str, folder: Path, minutes: float) -> dict[str, dict[str, floa
                 if not (np.isfinite(heard).all() and np.abs(heard).max() <= 1.0):
                     raise SystemExit(f"torture: {name}: {kind}: output is not finite or beyond full scale")
                 rows[kind] = compare(session.process(speech), fresh, cleans)
-    return rows
+            return rows, session.statistics().state_resets
 
 
 def worst(rows: dict[str, dict[str, float]]) -> dict[str, tuple[float, str]]:
@@ -105,7 +105,7 @@ def main() -> None:
             zip(names, pool.map(torture, names, [options.models] * len(names), [options.minutes] * len(names)))
         )
     failed = []
-    for name, rows in results.items():
+    for name, (rows, resets) in results.items():
         print(f"\n{name}: after {options.minutes / len(SIGNALS) * 60:.0f} s of")
         for kind, values in rows.items():
             print(f"  {kind:26}" + "".join(f"  {key} {value:8.3f}" for key, value in values.items()))
@@ -114,6 +114,8 @@ def main() -> None:
             good = bound is not None and kept(measure, value, bound)
             failed += [] if good else [f"{name}: {measure} is {value:.3f} after {kind}, the bound is {bound}"]
             print(f"  worst {measure} {value:.3f} after {kind}, bound {bound}")
+        if resets:
+            failed.append(f"{name}: the state ran away and was cleared {resets} times")
     print("\n" + "\n".join(failed or [f"torture: {len(names)} models keep within {BOUNDS.name}"]))
     raise SystemExit(1 if failed else 0)
 

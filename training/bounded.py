@@ -1,8 +1,9 @@
 """Long hostile inputs through a model's emulated chain: ``python -m training.bounded --weights NAME.bin``.
 
 Prints for 60 s each of silence, full-scale noise, faint noise, tone, square wave, clicks at several
-densities, DC and bursts the largest state of the first and of the last half and the largest output;
-fails when a value is not finite or the state still grows at the end.
+densities, DC, bursts and ten mixtures of clicks, sweeps, pulses and tones the largest state of the first
+and of the last half and the largest output; fails when a value is not finite or the state still grows
+at the end.
 """
 
 from __future__ import annotations
@@ -21,7 +22,7 @@ from training import InputError
 from training.detector import FRAME, DetectorModel
 from training.level import HOP, REFERENCE, RescaleTracker, frame_energies, levelled
 from training.model import load_exported
-from training.synth import single_clicks
+from training.synth import hard_signal, single_clicks
 
 SECONDS = 60
 
@@ -32,6 +33,11 @@ def clicks(rng: np.random.Generator, rate: int, per_second: int) -> np.ndarray:
     Single samples fill all bands at once, which is what starts a state loop that is too strong.
     """
     return single_clicks(rng, SECONDS * rate, SECONDS * per_second // 2, 2 * rate // per_second, 32767.0)
+
+
+def hard_signals(rng: np.random.Generator, rate: int) -> np.ndarray:
+    """One hard signal after the other, six seconds of each."""
+    return np.concatenate([hard_signal(rng, 6 * rate, rate) for _ in range(SECONDS // 6)])
 
 
 def hostile_inputs(rate: int) -> dict[str, np.ndarray]:
@@ -49,6 +55,7 @@ def hostile_inputs(rate: int) -> dict[str, np.ndarray]:
         **{f"{rate_hz} clicks a second": clicks(rng, rate, rate_hz) for rate_hz in (3, 12, 40)},
         "dc": np.full(count, 20000.0),
         "bursts": burst,
+        **{f"hard signals {k}": hard_signals(np.random.default_rng(k), rate) for k in range(10)},
     }
     return {name: np.clip(np.rint(wave), -32768, 32767).astype(np.float32) for name, wave in waves.items()}
 

@@ -5,7 +5,7 @@
 ``mean`` takes the mean of the weights. Between the weights before and after a short stage lie models with a
 share of the stage's effect; ``--share`` is the weight of the second file. ``--loop 0.95`` also scales what the
 first layer's branches take from the state: a loop that runs away at rare inputs (``training.bounded``) is held
-back by a few per cent.
+back by a few per cent. ``--gate 0.9`` does so for its gate: a state then keeps itself less.
 
 ``join`` puts the two side by side in a wider network: the units of both, nothing between them, and the mean of
 their outputs. That is an ensemble in one file, and a good start for training on. The configuration's ``hidden``
@@ -34,9 +34,10 @@ def mean(first: dict, second: dict, share: float) -> dict:
     return {name: np.float32((1.0 - share) * value + share * second[name]) for name, value in first.items()}
 
 
-def with_loop(params: dict, scale: float) -> dict:
-    """Parameters whose state loop is ``scale`` times as strong; the gate stays."""
-    return {name: np.float32(scale) * value if name in ("Ah", "Bh") else value for name, value in params.items()}
+def with_loop(params: dict, loop: float, gate: float) -> dict:
+    """Parameters whose branches take ``loop`` times as much from the state, and whose gate ``gate`` times."""
+    scale = {"Ah": loop, "Bh": loop, "Gh": gate}
+    return {name: np.float32(scale.get(name, 1.0)) * value for name, value in params.items()}
 
 
 def join(first: dict, second: dict) -> dict:
@@ -79,6 +80,7 @@ def main(arguments: list[str] | None = None) -> None:
     parser.add_argument("--weights", required=True, nargs=2)
     parser.add_argument("--share", type=float, default=0.5, help="mean: weight of the second file")
     parser.add_argument("--loop", type=float, default=1.0, help="mean, bands: strength of the state loop")
+    parser.add_argument("--gate", type=float, default=1.0, help="mean, bands: strength of the state in the gate")
     parser.add_argument(
         "--lift", type=float, default=0.0, help="bands: opens the masks of new bands, before the logistic"
     )
@@ -91,11 +93,12 @@ def main(arguments: list[str] | None = None) -> None:
             raise InputError("only recurrent networks can be joined")
         if args.how == "bands":
             params, stats = bands(model, first, second, args.lift)
-            params = with_loop(params, args.loop)
+            params = with_loop(params, args.loop, args.gate)
         elif any(not np.array_equal(value, second.stats.get(name)) for name, value in first.stats.items()):
             raise InputError("the two files normalise their inputs differently: they are not one model's")
         elif args.how == "mean":
-            params, stats = with_loop(mean(first.params, second.params, args.share), args.loop), first.stats
+            params = mean(first.params, second.params, args.share)
+            params, stats = with_loop(params, args.loop, args.gate), first.stats
         else:
             params, stats = join(first.params, second.params), first.stats
             if len(params["a"]) != model.hidden:

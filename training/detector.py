@@ -88,7 +88,7 @@ class DetectorModel:
         f = (raw_features(wave) - stats["MU"]) / jnp.sqrt(stats["SD"] + VARIANCE_FLOOR)
         full = jnp.concatenate([past, f], axis=1)
         inputs = jnp.concatenate([full[:, k : k + f.shape[1]] for k in range(HISTORY)], axis=2)
-        raw, state, first = run_recurrent(params, inputs.transpose(1, 0, 2), state)
+        raw, state, first, _ = run_recurrent(params, inputs.transpose(1, 0, 2), state)
         return raw[:, :, 0].T, first, {"state": jax.lax.stop_gradient(state), "past": full[:, f.shape[1] :]}
 
     def loss(self, params: dict, carry: dict, stats: dict, batch: dict, stage: dict):

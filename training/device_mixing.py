@@ -14,11 +14,11 @@ import numpy as np
 
 from training.corpus import active_rms
 from training.level import REFERENCE_AMPLITUDE, REFERENCE_ENERGY, SHORT_FRAMES
-from training.mixing import CLICKS_GO_ON, FADE_SECONDS, Batch
+from training.mixing import FADE_SECONDS, HARD_GOES_ON, NOTHING_ASKED, Batch
 from training.pools import Pool
-from training.synth import click_train, music
+from training.synth import hard_signal, music
 
-# Segments of music and of clicks, which a processor makes beforehand.
+# Segments of music and of hard signals, which a processor makes beforehand.
 MADE = 48
 
 
@@ -89,11 +89,11 @@ def _degraded(key: jax.Array, mix: jax.Array, target: jax.Array) -> tuple[jax.Ar
     return out, jnp.where((kind >= 0.09) & (kind < 0.13), narrow[1], target)
 
 
-def _segment(key: jax.Array, clicking: jax.Array, slots: dict, odds: dict, rate: int) -> dict:
+def _segment(key: jax.Array, hard: jax.Array, slots: dict, odds: dict, rate: int) -> dict:
     """One refill of one stream, as StreamMixer._refill."""
     keys = jax.random.split(key, 13)
     length, draw = slots["noise"].shape[1], jax.random.uniform
-    clicking = draw(keys[0]) < jnp.where(clicking, CLICKS_GO_ON, odds["clicks"])
+    hard = draw(keys[0]) < jnp.where(hard, HARD_GOES_ON, odds["hard"])
     slot = jax.random.randint(keys[1], (), 0, len(slots["speech"]))
     source, target = slots["speech"][slot].astype(jnp.float32)
     level = slots["level"][slot]
@@ -116,15 +116,14 @@ def _segment(key: jax.Array, clicking: jax.Array, slots: dict, odds: dict, rate:
     gain = 32768.0 * 10.0 ** (draw(keys[10], minval=-46.0, maxval=-14.0) / 20.0) / jnp.maximum(total, own)
     mix, target = _degraded(keys[11], mix * gain, target * gain)
     mix = jnp.clip(jnp.rint(mix), -32768.0, 32767.0)
-    clicks = slots["clicks"][jax.random.randint(keys[12], (), 0, len(slots["clicks"]))].astype(jnp.float32)
-    loud = 0.3 * jnp.sqrt(jnp.mean(jnp.square(clicks)))
+    driven = slots["hard"][jax.random.randint(keys[12], (), 0, len(slots["hard"]))].astype(jnp.float32)
     return {
-        "noisy": jnp.where(clicking, clicks, mix),
-        "target": jnp.where(clicking, 0.0, target),
-        "norm": jnp.maximum(jnp.where(clicking, loud, own * gain), 1.0),
-        "wide": jnp.where(clicking, 1.0, slots["wide"][slot]),
-        "voiced": jnp.where(clicking | alone, 0.0, 1.0),
-        "clicking": clicking,
+        "noisy": jnp.where(hard, driven, mix),
+        "target": jnp.where(hard, 0.0, target),
+        "norm": jnp.where(hard, NOTHING_ASKED, jnp.maximum(own * gain, 1.0)),
+        "wide": jnp.where(hard, 1.0, slots["wide"][slot]),
+        "voiced": jnp.where(hard | alone, 0.0, 1.0),
+        "hard": hard,
     }
 
 
@@ -159,14 +158,14 @@ class DeviceMixer:
 
     def __init__(self, pool: Pool, streams: int, step: int, seed, **odds: float):
         self.streams, self.step, self.rate = streams, step, pool.rate
-        self.odds = {"cold": 0.4, "clean": 0.04, "clicks": 0.0, "pauses": 0.0, "music": 0.0} | odds
+        self.odds = {"cold": 0.4, "clean": 0.04, "hard": 0.0, "pauses": 0.0, "music": 0.0} | odds
         self.slots = self._upload(pool, np.random.default_rng(seed))
         self.sequence = self.slots["noise"].shape[1] // 2
         self.key = jax.random.key(np.random.SeedSequence(seed).generate_state(1)[0])
         quiet = {"noisy": (streams, 2 * self.sequence), "target": (streams, 2 * self.sequence)}
         state = {name: jnp.zeros(shape) for name, shape in quiet.items()}
         state |= {name: jnp.zeros(streams) for name in ("norm", "wide", "voiced")}
-        state["clicking"] = jnp.zeros(streams, bool)
+        state["hard"] = jnp.zeros(streams, bool)
         state["tracker"] = _tracker(streams, pool.rate * 4 // step)
         state |= {name: jnp.zeros((streams, step)) for name in ("noisy_tail", "target_tail")}
         self.state, self.turn = state, 0
@@ -189,24 +188,24 @@ class DeviceMixer:
             "wide": jnp.asarray(pool.speech_kind[filled] == 2, jnp.float32),
             "noise": jnp.asarray(pool.noise[np.flatnonzero(pool.noise_kind)]),
             "music": jnp.asarray(made(lambda *given: 3000.0 * music(*given), 32000.0)),
-            "clicks": jnp.asarray(made(click_train, 32767.0)),
+            "hard": jnp.asarray(made(hard_signal, 32767.0)),
         }
 
     def _renew(self, rows: np.ndarray) -> None:
         self.key, key = jax.random.split(self.key)
         keys = jax.random.split(key, len(rows))
-        fresh = _segments(keys, self.state["clicking"][rows], self.slots, self.odds, float(self.rate))
+        fresh = _segments(keys, self.state["hard"][rows], self.slots, self.odds, float(self.rate))
         self.state |= {name: self.state[name].at[rows].set(value) for name, value in fresh.items()}
 
     def next(self) -> Batch:
         """The next sequence of every stream; half of the streams get their next segment first."""
         self.turn += 1
         second = (self.turn + np.arange(self.streams)) % 2 == 1
-        rows, before = np.flatnonzero(~second), self.state["clicking"]
+        rows, before = np.flatnonzero(~second), self.state["hard"]
         self._renew(rows)
         self.key, key = jax.random.split(self.key)
         cold = jax.random.uniform(key, (self.streams,)) < self.odds["cold"]
-        cold = cold & ~jnp.asarray(second) & ~(before & self.state["clicking"])
+        cold = cold & ~jnp.asarray(second) & ~before
         self.state, batch = _sequence(self.state, cold, jnp.asarray(second), self.step)
         kept = {name: self.state[name] for name in ("norm", "wide", "voiced")}
         return Batch(**batch, **kept, cold=cold)

@@ -49,8 +49,14 @@ def mask_loss(logits: jax.Array, weight: jax.Array, best: jax.Array, alpha: floa
 
 
 def range_penalty(values: jax.Array) -> jax.Array:
-    """Small below 6: the state loop is linear and would otherwise be free to run away."""
-    return 1e-3 * jnp.mean(jnp.square(jax.nn.relu(jnp.abs(values) - 6.0)))
+    """None below 6, little up to 16, where speech stays: the state loop is linear and would be free to run away."""
+    size = jnp.abs(values)
+    return jnp.mean(1e-3 * jnp.square(jax.nn.relu(size - 6.0)) + 2e-2 * jnp.square(jax.nn.relu(size - 16.0)))
+
+
+def holding_penalty(gates: jax.Array) -> jax.Array:
+    """Of gates, before the sigmoid, that let less than 0.7 % in: what such a unit holds stays for seconds."""
+    return 1e-3 * jnp.mean(jnp.square(jax.nn.relu(-5.0 - gates)))
 
 
 @dataclass(frozen=True)

@@ -10,11 +10,14 @@ import scipy.fft
 from training.corpus import active_rms
 from training.level import RescaleTracker, frame_energies
 from training.pools import Pool, segment_length
-from training.synth import click_train, music
+from training.synth import hard_signal, music
 
 FADE_SECONDS = 0.01  # of speech where a pause begins or ends
-# Odds that a stream of clicks lasts for another segment: half a minute in the mean.
-CLICKS_GO_ON = 0.8
+# Odds that a stream of hard signals lasts for another segment: half a minute in the mean.
+HARD_GOES_ON = 0.8
+# Level of the wanted speech that leaves the output of hard signals out of the loss. A network that is asked to
+# mute them learns a state that it cannot leave when speech follows.
+NOTHING_ASKED = 1e9
 
 
 @dataclass
@@ -38,8 +41,9 @@ class Batch:
 class StreamMixer:
     """Mixes ``streams`` endless streams and cuts them into sequences.
 
-    Shares of segments: ``cold`` begins a stream anew, ``clean`` has no noise, ``clicks`` nothing but clicks,
-    ``pauses`` no speech in its first or last seconds, ``music`` generated music as its noise.
+    Shares of segments: ``cold`` begins a stream anew, ``clean`` has no noise, ``hard`` nothing but signals
+    that are hard on the state (``synth.hard_signal``), ``pauses`` no speech in its first or last seconds,
+    ``music`` generated music as its noise.
     """
 
     def __init__(
@@ -50,12 +54,12 @@ class StreamMixer:
         seed,
         cold: float = 0.4,
         clean: float = 0.04,
-        clicks: float = 0.0,
+        hard: float = 0.0,
         pauses: float = 0.0,
         music: float = 0.0,
     ):
         self.pool, self.streams, self.step = pool, streams, step
-        self.cold_odds, self.clean_odds, self.click_odds = cold, clean, clicks
+        self.cold_odds, self.clean_odds, self.hard_odds = cold, clean, hard
         self.pause_odds, self.music_odds = pauses, music
         self.rng = np.random.default_rng(seed)
         self.length = segment_length(pool.rate)
@@ -67,7 +71,7 @@ class StreamMixer:
         self.norm = np.ones(streams, np.float32)
         self.wide = np.zeros(streams, np.float32)
         self.voiced = np.zeros(streams, np.float32)
-        self.clicking = np.zeros(streams, bool)
+        self.hard = np.zeros(streams, bool)
         self.tail_noisy = np.zeros((streams, step), np.float32)
         self.tail_target = np.zeros((streams, step), np.float32)
         # Half of the streams are refilled at each sequence, so that the work is even.
@@ -108,18 +112,17 @@ class StreamMixer:
         for wave in waves:
             wave *= gate
 
-    def _refill_clicks(self, stream: int) -> None:
-        """Nothing but clicks: what makes a state loop that is too strong run away, if it lasts."""
-        self.noisy[stream] = np.rint(click_train(self.rng, self.length, self.pool.rate))
+    def _refill_hard(self, stream: int) -> None:
+        """Nothing but what makes a state loop that is too strong run away, or stay where it was driven, if it lasts."""
+        self.noisy[stream] = np.rint(hard_signal(self.rng, self.length, self.pool.rate))
         self.target[stream] = 0.0
-        self.norm[stream] = max(0.3 * np.sqrt(np.mean(np.square(self.noisy[stream]))), 1.0)
-        self.wide[stream], self.voiced[stream] = 1.0, 0.0
+        self.norm[stream], self.wide[stream], self.voiced[stream] = NOTHING_ASKED, 1.0, 0.0
 
     def _refill(self, stream: int) -> None:
         rng, rate = self.rng, self.pool.rate
-        self.clicking[stream] = rng.random() < (CLICKS_GO_ON if self.clicking[stream] else self.click_odds)
-        if self.clicking[stream]:
-            self._refill_clicks(stream)
+        self.hard[stream] = rng.random() < (HARD_GOES_ON if self.hard[stream] else self.hard_odds)
+        if self.hard[stream]:
+            self._refill_hard(stream)
             return
         slot = self.pool.draw_speech(self.rng)
         source, target = self.pool.speech[slot].astype(np.float32)
@@ -177,9 +180,10 @@ class StreamMixer:
         rows = np.arange(self.streams)
         second = (self.turn + self.phase) % 2 == 1
         for stream in rows[~second]:
-            lasting = self.clicking[stream]
+            driven = self.hard[stream]
             self._refill(stream)
-            cold[stream] = self.rng.random() < self.cold_odds and not (lasting and self.clicking[stream])
+            # What follows hard signals has to cope with the state that they left.
+            cold[stream] = self.rng.random() < self.cold_odds and not driven
         self.tracker.reset(cold)
         self.tail_noisy[cold] = 0.0
         self.tail_target[cold] = 0.0

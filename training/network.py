@@ -94,7 +94,7 @@ GRADIENT_BOUND = 5.0
 
 @jax.custom_vjp
 def gated_loop(ready: jax.Array, loop: jax.Array, state: jax.Array):
-    """The state loop of the first layer: its values per hop and the final state.
+    """The state loop of the first layer: its values per hop, the final state, and the gates before the sigmoid.
 
     ``ready`` is (hops, streams, 3 * hidden), what the input gives to the branches and the gate;
     ``loop`` is (hidden, 3 * hidden). Differentiated by hand: the gradient of ``loop`` is one product
@@ -111,28 +111,29 @@ def _loop_forward(ready, loop, state):
         v = ready + product(state, loop)
         y = v[:, hidden : 2 * hidden] + jax.nn.relu(v[:, :hidden])
         z = jax.nn.sigmoid(v[:, 2 * hidden :])
-        return state + z * (y - state), (y, z, v[:, :hidden] >= 0.0, state)
+        return state + z * (y - state), (y, v[:, 2 * hidden :], v[:, :hidden] >= 0.0, state)
 
-    last, (y, z, on, before) = jax.lax.scan(hop, state, ready)
-    return (y, last), (y, z, on, before, loop)
+    last, (y, gate, on, before) = jax.lax.scan(hop, state, ready)
+    return (y, last, gate), (y, gate, on, before, loop)
 
 
 def _loop_backward(saved, grads):
-    y, z, on, before, loop = saved
-    d_y, d_last = grads
+    y, gate, on, before, loop = saved
+    d_y, d_last, d_gate = grads
     back = loop.T
     top = GRADIENT_BOUND * jnp.max(jnp.linalg.norm(d_y, axis=2, keepdims=True), axis=0)
 
     def hop(d_state, at):
-        d_y, y, z, on, before = at
+        d_y, d_gate, y, gate, on, before = at
+        z = jax.nn.sigmoid(gate)
         d_y = d_y + d_state * z
-        d_z = d_state * (y - before) * z * (1.0 - z)
-        d_v = jnp.concatenate([jnp.where(on, d_y, 0.0), d_y, d_z], axis=1)
+        d_gate = d_gate + d_state * (y - before) * z * (1.0 - z)
+        d_v = jnp.concatenate([jnp.where(on, d_y, 0.0), d_y, d_gate], axis=1)
         d_state = d_state * (1.0 - z) + product(d_v, back)
         size = jnp.linalg.norm(d_state, axis=1, keepdims=True)
         return d_state * jnp.minimum(1.0, top / (size + 1e-20)), d_v
 
-    d_start, d_ready = jax.lax.scan(hop, d_last, (d_y, y, z, on, before), reverse=True)
+    d_start, d_ready = jax.lax.scan(hop, d_last, (d_y, d_gate, y, gate, on, before), reverse=True)
     hidden = before.shape[2]
     d_loop = before.reshape(-1, hidden).T @ d_ready.reshape(-1, 3 * hidden)
     return d_ready, d_loop, d_start
@@ -142,19 +143,19 @@ gated_loop.defvjp(_loop_forward, _loop_backward)
 
 
 def run_recurrent(params: dict, inputs: jax.Array, state: jax.Array):
-    """Values of the last layer before any sigmoid, the final state and the first layer's values.
+    """Values of the last layer before any sigmoid, the final state, the first layer's values and its gates.
 
     ``inputs`` is (hops, streams, n), ``state`` (streams, hidden).
     """
     from_input = product(inputs, jnp.concatenate([params["Ax"], params["Bx"], params["Gx"]], axis=1))
     from_input = from_input + jnp.concatenate([params["a"], params["b"], params["g"]])
     loop = jnp.concatenate([params["Ah"], params["Bh"], params["Gh"]], axis=1)
-    first, state = gated_loop(from_input, loop, state)
+    first, state, gate = gated_loop(from_input, loop, state)
     y = first
     for layer in range(1, layer_count(params) - 1):
         a = product(y, params[f"A{layer}"]) + params[f"a{layer}"]
         y = product(y, params[f"B{layer}"]) + params[f"b{layer}"] + jax.nn.relu(a)
-    return product(y, params["O"]) + params["o"], state, first
+    return product(y, params["O"]) + params["o"], state, first, gate
 
 
 def recurrent_entries(params: dict, linear_output: bool = False) -> dict:

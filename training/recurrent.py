@@ -87,18 +87,18 @@ class RecurrentModel:
         """One sequence through the chain.
 
         Returns the output wave, a dict with the spectrum, the last layer's values before the sigmoid
-        and the first layer's, and the next carry.
+        and the first layer's with its gates, and the next carry.
         """
         shape = self.shape
         spectrum = chain.spectra(wave, self.step, self.window)
         f = (chain.features(spectrum, gain, shape) - stats["MU"]) / stats["SD"]
         inputs, past = chain.with_history(f, carry["past"], shape.preview)
-        logits, state, first = run_recurrent(params, inputs.transpose(1, 0, 2), carry["state"])
+        logits, state, first, gate = run_recurrent(params, inputs.transpose(1, 0, 2), carry["state"])
         logits = logits.transpose(1, 0, 2)
         mask = chain.expand(jax.nn.sigmoid(logits), shape)
         gains = chain.soft_square(mask) if self.soft else jnp.square(mask)
         out = chain.resynthesise(gains * spectrum, self.window)
-        inside = {"spectrum": spectrum, "logits": logits, "first": first}
+        inside = {"spectrum": spectrum, "logits": logits, "first": first, "gate": gate}
         return out, inside, {"state": jax.lax.stop_gradient(state), "past": past}
 
     def loss(self, params: dict, carry: dict, stats: dict, batch: dict, stage: dict):
@@ -111,6 +111,7 @@ class RecurrentModel:
         }
         out, inside, carry = self.clean(params, stats, batch["noisy"], batch["gain"], carry)
         total = losses.range_penalty(inside["logits"]) + losses.range_penalty(inside["first"])
+        total += losses.holding_penalty(inside["gate"])
         if stage["kind"] == "mask":
             known = 1.0 - self.above * (1.0 - batch["wide"][:, None, None])
             return total + losses.sequence_mask_loss(inside, batch, self.window, self.shape, stage, known), carry

@@ -85,6 +85,32 @@ def click_train(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
     return np.roll(single_clicks(rng, count, scattered, spacing, top), rng.integers(count))
 
 
+def sweeps(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
+    """One tone that rises, falls or does both, over and over, in 0.05 to 12 s each; amplitude 1."""
+    low, high = np.exp(rng.uniform(np.log(20.0), np.log(500.0))), rng.uniform(0.1, 0.49) * rate
+    place = np.mod(np.arange(count) / rate / np.exp(rng.uniform(np.log(0.05), np.log(12.0))), 1.0)
+    kind = rng.integers(3)
+    if kind > 0:
+        place = 1.0 - place if kind == 1 else 0.5 - 0.5 * np.cos(2 * np.pi * place)
+    pitch = low * (high / low) ** place if rng.random() < 0.7 else low + (high - low) * place
+    return np.sin(2 * np.pi * np.cumsum(pitch) / rate)
+
+
+def hard_signal(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
+    """What is hardest on a recurrent state, alone and loud, in 16-bit units: clicks, sweeps, pulses or tones."""
+    kind, top = rng.random(), 32767.0 * 10.0 ** (rng.uniform(-20.0, 0.0) / 20.0)
+    if kind < 0.35:
+        return click_train(rng, count, rate)
+    if kind < 0.75:
+        return top * sweeps(rng, count, rate)
+    time = np.arange(count) / rate
+    if kind < 0.87:
+        period = np.exp(rng.uniform(np.log(0.0005), np.log(0.03)))
+        return top * np.where(np.mod(time / period, 1.0) < rng.uniform(0.1, 0.9), -1.0, 1.0)
+    tones = [np.sin(2 * np.pi * np.exp(rng.uniform(np.log(50.0), np.log(0.48 * rate))) * time) for _ in range(3)]
+    return top * np.mean(tones[: rng.integers(1, 4)], axis=0)
+
+
 def clicks(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
     """Short damped bursts at random or regular times."""
     out = np.zeros(count)

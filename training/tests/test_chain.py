@@ -33,17 +33,18 @@ def test_hand_written_gradient_of_the_state_loop():
     state = rng.normal(size=(3, 4)).astype(np.float32)
 
     def plain(ready, loop, state):
-        ys = []
+        ys, gates = [], []
         for t in range(7):
             v = ready[t] + state @ loop
             y = v[:, 4:8] + jax.nn.relu(v[:, :4])
             state = state + jax.nn.sigmoid(v[:, 8:]) * (y - state)
             ys.append(y)
-        return jnp.sum(jnp.sin(jnp.stack(ys))) + jnp.sum(jnp.cos(state))
+            gates.append(v[:, 8:])
+        return jnp.sum(jnp.sin(jnp.stack(ys))) + jnp.sum(jnp.cos(state)) + jnp.sum(jnp.sin(jnp.stack(gates)))
 
     def fast(ready, loop, state):
-        y, last = gated_loop(ready, loop, state)
-        return jnp.sum(jnp.sin(y)) + jnp.sum(jnp.cos(last))
+        y, last, gates = gated_loop(ready, loop, state)
+        return jnp.sum(jnp.sin(y)) + jnp.sum(jnp.cos(last)) + jnp.sum(jnp.sin(gates))
 
     slopes = [jax.jit(jax.grad(function, (0, 1, 2)))(ready, loop, state) for function in (fast, plain)]
     for got, want in zip(*slopes):
@@ -58,7 +59,7 @@ def test_short_products_give_nearly_the_same_gradient():
     def slope(short):
         def loss(params):
             with short_products(short):
-                values, state, _ = run_recurrent(params, inputs, jnp.zeros((4, 32)))
+                values, state, *_ = run_recurrent(params, inputs, jnp.zeros((4, 32)))
             return jnp.sum(jnp.sin(values)) + jnp.sum(jnp.square(state))
 
         return jax.jit(jax.grad(loss))(params)
@@ -102,8 +103,8 @@ def test_a_widened_network_computes_the_same():
     wide = widen(narrow, 12, rng)
     inputs = rng.normal(size=(20, 2, 5)).astype(np.float32)
     run = jax.jit(run_recurrent)
-    want, _, _ = run(narrow, inputs, np.zeros((2, 7), np.float32))
-    got, _, first = run(wide, inputs, np.zeros((2, 12), np.float32))
+    want, *_ = run(narrow, inputs, np.zeros((2, 7), np.float32))
+    got, _, first, _ = run(wide, inputs, np.zeros((2, 12), np.float32))
     np.testing.assert_allclose(got, want, atol=1e-5)
     assert np.std(first[:, :, 7:]) > 0.01, "the new units must have something to learn from"
     with pytest.raises(ValueError, match="12 units cannot become one of 7"):

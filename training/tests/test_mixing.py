@@ -37,7 +37,7 @@ MIXERS = pytest.mark.parametrize("kind", [StreamMixer, DeviceMixer])
 
 @MIXERS
 def test_streams_carry_on_from_sequence_to_sequence(pool, kind):
-    mixer = kind(pool, 64, 128, seed=1, cold=0.0, clicks=0.05)
+    mixer = kind(pool, 64, 128, seed=1, cold=0.0, hard=0.05)
     tracker = RescaleTracker(64, RATE, 128)
     before = mixer.next()
     tracker.gains(frame_energies(np.asarray(before.noisy), 128))
@@ -85,17 +85,17 @@ def test_speech_pauses_at_the_ends_and_music_takes_the_place_of_recordings(pool,
     assert np.mean(ends[0] != ends[1]) > 0.85 and 0.3 < np.mean(ends[0]) < 0.7
 
 
-def test_clicks_last_and_carry_their_state(pool):
-    mixer = StreamMixer(pool, 64, 128, seed=3, cold=1.0, clicks=0.05)
+def test_hard_signals_last_and_carry_their_state(pool):
+    mixer = StreamMixer(pool, 64, 128, seed=3, cold=1.0, hard=0.05)
     shares, lasting = [], 0
     for _ in range(12):
-        before = mixer.clicking.copy()
+        before = mixer.hard.copy()
         batch = mixer.next()
-        shares.append(mixer.clicking.mean())
-        assert np.mean(batch.noisy[mixer.clicking] == 0.0) > 0.98
-        assert not batch.target[mixer.clicking][:, 128:].any() and not batch.voiced[mixer.clicking].any()
-        assert not batch.cold[before & mixer.clicking].any()
-        lasting += int(np.sum(before & mixer.clicking))
+        shares.append(mixer.hard.mean())
+        assert (np.abs(batch.noisy[mixer.hard][:, 128:]).max(axis=1) > 100.0).all()
+        assert not batch.target[mixer.hard][:, 128:].any() and not batch.voiced[mixer.hard].any()
+        assert not batch.cold[before].any()
+        lasting += int(np.sum(before & mixer.hard))
     assert 0.03 < np.mean(shares) < 0.5 and lasting > 20
 
 
