@@ -2,8 +2,8 @@
 
 Prints for 60 s each of silence, full-scale noise, faint noise, tone, square wave, clicks at several
 densities, DC, bursts and ten mixtures of clicks, sweeps, pulses and tones the largest state of the first
-and of the last half and the largest output; fails when a value is not finite or the state still grows
-at the end.
+and of the last half and the largest output; fails when a value is not finite, or the state still grows
+at the end, or passes 200 in a mixture.
 """
 
 from __future__ import annotations
@@ -25,6 +25,7 @@ from training.model import load_exported
 from training.synth import hard_signal, single_clicks
 
 SECONDS = 60
+MIXED_STATE = 200.0
 
 
 def clicks(rng: np.random.Generator, rate: int, per_second: int) -> np.ndarray:
@@ -101,7 +102,9 @@ def main() -> None:
     failed = False
     for name, wave in hostile_inputs(loaded.rate).items():
         first, last, loudest = largest_values(loaded.model, loaded.params, loaded.stats, wave)
-        bad = not np.isfinite(first + last + loudest) or last > 2.0 * first + 1.0
+        # The halves of a mixture hold other signals: there the size counts. Speech keeps below 20.
+        grown = max(first, last) > MIXED_STATE if name.startswith("hard") else last > 2.0 * first + 1.0
+        bad = grown or not np.isfinite(first + last + loudest)
         failed |= bad
         print(f"{name:19s} state {first:8.2f} then {last:8.2f}  output {loudest:9.1f}{'  UNBOUNDED' if bad else ''}")
     if failed:
