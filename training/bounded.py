@@ -38,7 +38,7 @@ def clicks(rng: np.random.Generator, rate: int, per_second: int) -> np.ndarray:
 
 def hard_signals(rng: np.random.Generator, rate: int) -> np.ndarray:
     """One hard signal after the other, six seconds of each."""
-    return np.concatenate([hard_signal(rng, 6 * rate, rate) for _ in range(SECONDS // 6)])
+    return np.concatenate([hard_signal(rng, 6 * rate, rate)[0] for _ in range(SECONDS // 6)])
 
 
 def hostile_inputs(rate: int) -> dict[str, np.ndarray]:

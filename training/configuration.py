@@ -26,7 +26,7 @@ TRAINING_REQUIRED = {"seed": int, "streams": int, "slots": int, "checkpoint_ever
 # full, and at which it is gone; without it the target keeps the whole room.
 TRAINING_OPTIONAL = {"plain": float, "room_fade": list, "short_products": bool, "init_from": str}
 # Shares of segments, as StreamMixer has them.
-MIXES = ("clean", "hard", "pauses", "music")
+MIXES = ("clean", "alone", "hard", "pauses", "music")
 TRAINING_BY_VERSION = {"0.0.5": dict.fromkeys(MIXES, float)}
 # quality, opinion: weights of the two estimates in the loss. The opinion is that of the first
 # opinion_streams streams, in every opinion_every-th update. lines, residual: weights of steady lines and

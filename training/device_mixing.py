@@ -14,7 +14,7 @@ import numpy as np
 
 from training.corpus import active_rms
 from training.level import REFERENCE_AMPLITUDE, REFERENCE_ENERGY, SHORT_FRAMES
-from training.mixing import FADE_SECONDS, HARD_GOES_ON, NOTHING_ASKED, Batch
+from training.mixing import FADE_SECONDS, HARD_GOES_ON, MORE_MUSIC_ALONE, NOTHING_ASKED, UNSPOKEN, Batch
 from training.pools import Pool
 from training.synth import hard_signal, music
 
@@ -57,7 +57,7 @@ def _gains(tracker: dict, energy: jax.Array) -> tuple[dict, jax.Array]:
     return tracker, jnp.where(levels.T > 1e-6, gains, 1.0)
 
 
-def _noise(key: jax.Array, slots: dict, odds: dict) -> jax.Array:
+def _noise(key: jax.Array, slots: dict, music_odds: jax.Array) -> jax.Array:
     """One to three recordings at once, or music; now and then with steps of the level."""
     keys = jax.random.split(key, 8)
     length = slots["noise"].shape[1]
@@ -71,7 +71,7 @@ def _noise(key: jax.Array, slots: dict, odds: dict) -> jax.Array:
     stepped = recorded * jnp.repeat(steps, -(-length // 8))[:length]
     recorded = jnp.where(jax.random.uniform(keys[5]) < 0.15, stepped, recorded)
     tune = slots["music"][jax.random.randint(keys[6], (), 0, len(slots["music"]))].astype(jnp.float32)
-    return jnp.where(jax.random.uniform(keys[7]) < odds["music"], tune, recorded)
+    return jnp.where(jax.random.uniform(keys[7]) < music_odds, tune, recorded)
 
 
 def _degraded(key: jax.Array, mix: jax.Array, target: jax.Array) -> tuple[jax.Array, jax.Array]:
@@ -102,25 +102,27 @@ def _segment(key: jax.Array, hard: jax.Array, slots: dict, odds: dict, rate: int
     gate = jnp.clip((seconds - draw(keys[3], minval=0.3, maxval=3.0)) / FADE_SECONDS, 0.0, 1.0)
     gate = jnp.where(draw(keys[4]) < odds["pauses"], gate, 1.0)
     kind = draw(keys[5])
-    alone = (kind < 0.06) | (level < 1.0)
-    clean = ~alone & (kind < 0.06 + odds["clean"])
+    alone = (kind < odds["alone"]) | (level < 1.0)
+    clean = ~alone & (kind < odds["alone"] + odds["clean"])
     source, target = source * gate * ~alone, target * gate * ~alone
-    noise = _noise(keys[6], slots, odds)
+    noise = _noise(keys[6], slots, odds["music"] * jnp.where(alone, MORE_MUSIC_ALONE, 1.0))
     few = jnp.clip(7.0 + 8.0 * jax.random.normal(keys[7]), -8.0, 30.0)
     ratio = jnp.where(draw(keys[8]) < 0.4, draw(keys[9], minval=-8.0, maxval=3.0), few)
     loudness = jnp.sqrt(jnp.mean(jnp.square(noise))) + 1e-3
     scale = jnp.where(alone, 1.0, jnp.where(clean, 0.3 / loudness, level / loudness * 10.0 ** (-ratio / 20.0)))
     mix = source + scale * noise
     total = jnp.sqrt(jnp.mean(jnp.square(mix))) + 1e-3
-    own = jnp.where(alone, 0.3 * total, level)
+    own = jnp.where(alone, UNSPOKEN * total, level)
     gain = 32768.0 * 10.0 ** (draw(keys[10], minval=-46.0, maxval=-14.0) / 20.0) / jnp.maximum(total, own)
     mix, target = _degraded(keys[11], mix * gain, target * gain)
     mix = jnp.clip(jnp.rint(mix), -32768.0, 32767.0)
-    driven = slots["hard"][jax.random.randint(keys[12], (), 0, len(slots["hard"]))].astype(jnp.float32)
+    which = jax.random.randint(keys[12], (), 0, len(slots["hard"]))
+    driven = slots["hard"][which].astype(jnp.float32)
+    asked = jnp.where(slots["steady"][which], UNSPOKEN * jnp.sqrt(jnp.mean(jnp.square(driven))), NOTHING_ASKED)
     return {
         "noisy": jnp.where(hard, driven, mix),
         "target": jnp.where(hard, 0.0, target),
-        "norm": jnp.where(hard, NOTHING_ASKED, jnp.maximum(own * gain, 1.0)),
+        "norm": jnp.where(hard, asked, jnp.maximum(own * gain, 1.0)),
         "wide": jnp.where(hard, 1.0, slots["wide"][slot]),
         "voiced": jnp.where(hard | alone, 0.0, 1.0),
         "hard": hard,
@@ -158,7 +160,7 @@ class DeviceMixer:
 
     def __init__(self, pool: Pool, streams: int, step: int, seed, **odds: float):
         self.streams, self.step, self.rate = streams, step, pool.rate
-        self.odds = {"cold": 0.4, "clean": 0.04, "hard": 0.0, "pauses": 0.0, "music": 0.0} | odds
+        self.odds = {"cold": 0.4, "clean": 0.04, "alone": 0.06, "hard": 0.0, "pauses": 0.0, "music": 0.0} | odds
         self.slots = self._upload(pool, np.random.default_rng(seed))
         self.sequence = self.slots["noise"].shape[1] // 2
         self.key = jax.random.key(np.random.SeedSequence(seed).generate_state(1)[0])
@@ -176,10 +178,13 @@ class DeviceMixer:
         filled = np.flatnonzero(pool.speech_kind)
         length = pool.noise.shape[1]
 
-        def made(maker, peak):
-            waves = [maker(rng, length, pool.rate) for _ in range(MADE)]
-            return np.stack([np.rint(w * min(1.0, peak / np.abs(w).max())) for w in waves]).astype(np.int16)
+        def made(maker):
+            return [maker(rng, length, pool.rate) for _ in range(MADE)]
 
+        def stacked(waves, peak):
+            return jnp.asarray(np.stack([np.rint(w * min(1.0, peak / np.abs(w).max())) for w in waves]), jnp.int16)
+
+        hard, steady = zip(*made(hard_signal))
         return {
             "speech": jnp.asarray(pool.speech[filled]),
             "level": jnp.asarray(
@@ -187,8 +192,9 @@ class DeviceMixer:
             ),
             "wide": jnp.asarray(pool.speech_kind[filled] == 2, jnp.float32),
             "noise": jnp.asarray(pool.noise[np.flatnonzero(pool.noise_kind)]),
-            "music": jnp.asarray(made(lambda *given: 3000.0 * music(*given), 32000.0)),
-            "hard": jnp.asarray(made(hard_signal, 32767.0)),
+            "music": stacked([3000.0 * wave for wave in made(music)], 32000.0),
+            "hard": stacked(hard, 32767.0),
+            "steady": jnp.asarray(steady),
         }
 
     def _renew(self, rows: np.ndarray) -> None:

@@ -16,8 +16,13 @@ FADE_SECONDS = 0.01  # of speech where a pause begins or ends
 # Odds that a stream of hard signals lasts for another segment: half a minute in the mean.
 HARD_GOES_ON = 0.8
 # Level of the wanted speech that leaves the output of hard signals out of the loss. A network that is asked to
-# mute them learns a state that it cannot leave when speech follows.
+# mute sweeps learns a state that it cannot leave when speech follows. Steady tones are asked to be muted: without
+# that, a cleaner lets them pass more and more.
 NOTHING_ASKED = 1e9
+# Level of speech that noise without speech is measured by, relative to the noise.
+UNSPOKEN = 0.3
+# How much likelier music is in noise without speech.
+MORE_MUSIC_ALONE = 3.0
 
 
 @dataclass
@@ -41,9 +46,9 @@ class Batch:
 class StreamMixer:
     """Mixes ``streams`` endless streams and cuts them into sequences.
 
-    Shares of segments: ``cold`` begins a stream anew, ``clean`` has no noise, ``hard`` nothing but signals
-    that are hard on the state (``synth.hard_signal``), ``pauses`` no speech in its first or last seconds,
-    ``music`` generated music as its noise.
+    Shares of segments: ``cold`` begins a stream anew, ``clean`` has no noise, ``alone`` no speech, ``hard``
+    nothing but signals that are hard on the state (``synth.hard_signal``), ``pauses`` no speech in its first or
+    last seconds, ``music`` generated music as its noise.
     """
 
     def __init__(
@@ -54,12 +59,13 @@ class StreamMixer:
         seed,
         cold: float = 0.4,
         clean: float = 0.04,
+        alone: float = 0.06,
         hard: float = 0.0,
         pauses: float = 0.0,
         music: float = 0.0,
     ):
         self.pool, self.streams, self.step = pool, streams, step
-        self.cold_odds, self.clean_odds, self.hard_odds = cold, clean, hard
+        self.cold_odds, self.clean_odds, self.alone_odds, self.hard_odds = cold, clean, alone, hard
         self.pause_odds, self.music_odds = pauses, music
         self.rng = np.random.default_rng(seed)
         self.length = segment_length(pool.rate)
@@ -80,8 +86,8 @@ class StreamMixer:
         for stream in range(streams):
             self._refill(stream)
 
-    def _noise(self) -> np.ndarray:
-        if self.rng.random() < self.music_odds:
+    def _noise(self, music_odds: float) -> np.ndarray:
+        if self.rng.random() < music_odds:
             return music(self.rng, self.length, self.pool.rate).astype(np.float32)
         out = np.zeros(self.length, np.float32)
         for k in range(self.rng.choice(3, p=(0.6, 0.28, 0.12)) + 1):
@@ -114,9 +120,10 @@ class StreamMixer:
 
     def _refill_hard(self, stream: int) -> None:
         """Nothing but what makes a state loop that is too strong run away, or stay where it was driven, if it lasts."""
-        self.noisy[stream] = np.rint(hard_signal(self.rng, self.length, self.pool.rate))
-        self.target[stream] = 0.0
-        self.norm[stream], self.wide[stream], self.voiced[stream] = NOTHING_ASKED, 1.0, 0.0
+        wave, steady = hard_signal(self.rng, self.length, self.pool.rate)
+        self.noisy[stream], self.target[stream] = np.rint(wave), 0.0
+        self.norm[stream] = UNSPOKEN * np.sqrt(np.mean(np.square(wave))) if steady else NOTHING_ASKED
+        self.wide[stream], self.voiced[stream] = 1.0, 0.0
 
     def _refill(self, stream: int) -> None:
         rng, rate = self.rng, self.pool.rate
@@ -131,17 +138,17 @@ class StreamMixer:
         if rng.random() < self.pause_odds:
             self._mute(source, target)
         kind = rng.random()
-        if kind < 0.06 or speech_level < 1.0:
+        if kind < self.alone_odds or speech_level < 1.0:
             speech_level = 0.0
             source, target = np.zeros_like(source), np.zeros_like(target)
-            mix = self._noise()
-        elif kind < 0.06 + self.clean_odds:
+            mix = self._noise(MORE_MUSIC_ALONE * self.music_odds)
+        elif kind < self.alone_odds + self.clean_odds:
             mix = source + rng.normal(0.0, rng.uniform(0.0, 0.5), self.length).astype(np.float32)
         else:
-            noise = self._noise()
+            noise = self._noise(self.music_odds)
             noise_level = np.sqrt(np.mean(np.square(noise))) + 1e-3
             mix = source + noise * (speech_level / noise_level * 10.0 ** (-self._ratio() / 20.0))
-        own = speech_level if speech_level > 0.0 else np.sqrt(np.mean(np.square(mix))) * 0.3
+        own = speech_level if speech_level > 0.0 else np.sqrt(np.mean(np.square(mix))) * UNSPOKEN
         total = np.sqrt(np.mean(np.square(mix))) + 1e-3
         gain = 32768.0 * 10.0 ** (rng.uniform(-46.0, -14.0) / 20.0) / max(total, own)
         mix *= gain

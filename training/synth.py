@@ -96,19 +96,28 @@ def sweeps(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
     return np.sin(2 * np.pi * np.cumsum(pitch) / rate)
 
 
-def hard_signal(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
-    """What is hardest on a recurrent state, alone and loud, in 16-bit units: clicks, sweeps, pulses or tones."""
+def steady_tones(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
+    """The mean of one to three tones of amplitude 1 that never change."""
+    time = np.arange(count) / rate
+    tones = [np.sin(2 * np.pi * np.exp(rng.uniform(np.log(50.0), np.log(0.48 * rate))) * time) for _ in range(3)]
+    return np.mean(tones[: rng.integers(1, 4)], axis=0)
+
+
+def hard_signal(rng: np.random.Generator, count: int, rate: int) -> tuple[np.ndarray, bool]:
+    """What is hardest on a recurrent state, alone and loud, in 16-bit units; and whether it is steady.
+
+    Clicks, sweeps and pulses, or tones, which are steady.
+    """
     kind, top = rng.random(), 32767.0 * 10.0 ** (rng.uniform(-20.0, 0.0) / 20.0)
     if kind < 0.35:
-        return click_train(rng, count, rate)
+        return click_train(rng, count, rate), False
     if kind < 0.75:
-        return top * sweeps(rng, count, rate)
-    time = np.arange(count) / rate
+        return top * sweeps(rng, count, rate), False
     if kind < 0.87:
         period = np.exp(rng.uniform(np.log(0.0005), np.log(0.03)))
-        return top * np.where(np.mod(time / period, 1.0) < rng.uniform(0.1, 0.9), -1.0, 1.0)
-    tones = [np.sin(2 * np.pi * np.exp(rng.uniform(np.log(50.0), np.log(0.48 * rate))) * time) for _ in range(3)]
-    return top * np.mean(tones[: rng.integers(1, 4)], axis=0)
+        inside = np.mod(np.arange(count) / rate / period, 1.0) < rng.uniform(0.1, 0.9)
+        return top * np.where(inside, -1.0, 1.0), False
+    return top * steady_tones(rng, count, rate), True
 
 
 def clicks(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:

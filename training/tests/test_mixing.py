@@ -75,9 +75,10 @@ def test_mixes_cover_the_levels_and_ratios(pool, kind):
 @MIXERS
 def test_speech_pauses_at_the_ends_and_music_takes_the_place_of_recordings(pool, kind):
     pool.noise[:] = 0
-    mixer = kind(pool, 64, 128, seed=4, clean=0.0, pauses=1.0, music=1.0)
+    mixer = kind(pool, 64, 128, seed=4, clean=0.0, alone=0.5, pauses=1.0, music=1.0)
     state = mixer.state if kind is DeviceMixer else vars(mixer)
     noisy, target, voiced = (np.asarray(state[name]) for name in ("noisy", "target", "voiced"))
+    assert 0.3 < 1.0 - voiced.mean() < 0.7
     assert (np.square(noisy - target).mean(axis=1) > 0.1).all()
     spoken = target[voiced > 0]
     ends = [np.abs(part).max(axis=1) < 1.0 for part in (spoken[:, : RATE // 4], spoken[:, -RATE // 4 :])]
@@ -87,7 +88,7 @@ def test_speech_pauses_at_the_ends_and_music_takes_the_place_of_recordings(pool,
 
 def test_hard_signals_last_and_carry_their_state(pool):
     mixer = StreamMixer(pool, 64, 128, seed=3, cold=1.0, hard=0.05)
-    shares, lasting = [], 0
+    shares, lasting, asked = [], 0, []
     for _ in range(12):
         before = mixer.hard.copy()
         batch = mixer.next()
@@ -96,7 +97,10 @@ def test_hard_signals_last_and_carry_their_state(pool):
         assert not batch.target[mixer.hard][:, 128:].any() and not batch.voiced[mixer.hard].any()
         assert not batch.cold[before].any()
         lasting += int(np.sum(before & mixer.hard))
+        asked.append(mixer.norm[mixer.hard] < 32768.0)
     assert 0.03 < np.mean(shares) < 0.5 and lasting > 20
+    # Only steady tones are in the loss.
+    assert 0.02 < np.mean(np.concatenate(asked)) < 0.3
 
 
 @pytest.mark.parametrize("delay", [0, 3])
