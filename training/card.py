@@ -23,8 +23,7 @@ from training.weights_file import read_weights
 LATENCY_MS = {32: 31, 30: 25}  # of the cleaner at calls of 10 ms, by frame length
 
 LIMITS = {
-    "clean": """Voices in the background count as noise only when they are many. Music and singing are noise to it,
-though much of music alone stays: `docs/quality.md` tells how much.
+    "clean": """Voices in the background count as noise only when they are many. Music and singing are treated as noise.
 Speech that lies below the noise loses words; what is left of a noise that resembles speech can be heard as short
 tones.""",
     "detect": """Scores voices of any kind: a single voice in the background is speech to it. Singing and some animal
