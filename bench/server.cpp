@@ -1,12 +1,13 @@
 // Streams that one core serves in time. Every 10 ms a frame of each stream arrives, all at once; each must be
-// cleaned before the next ones arrive. For batches of some sizes: the most streams of which none is late,
-// how late they come over a longer run, and what happens when a quarter more arrive: streams are shed, each
-// whole and for good, to pass through as they are. Lateness is counted in time that this thread had of its core,
-// since what other programs and the machine's host take from a shared core says nothing about the library; the
-// ticks that were late by the wall clock are counted beside. orvel_server [SECONDS]; prints JSON.
+// cleaned before the next ones arrive. For batches of some sizes: the most streams whose usual work leaves a
+// reserve, how late they come over a longer run, and what happens when a quarter more than fill the core arrive:
+// streams are shed, each whole and for good, to pass through as they are. Before all, a loop of arithmetic of
+// fixed length takes the place of the streams: what is late there is the machine's doing, its host's included,
+// and the floor for the rest. orvel_server [SECONDS [MIX]], MIX from 1; prints JSON.
 #include <time.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -16,6 +17,7 @@
 #include <nlohmann/json.hpp>
 #include <orvel/orvel.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bench/support.h"
@@ -27,19 +29,22 @@ using namespace orvel_bench;
 using nlohmann::json;
 
 constexpr double kTick = 10e6;  // ns
-constexpr std::size_t kBatches[] = {1, 4, 16, 64};
+constexpr std::size_t kBatches[] = {1, 16, 64};
+// A hop is 1.6 frames in all models, so that the work repeats after eight ticks.
+constexpr std::size_t kKinds = 8;
 constexpr double kProbeSeconds = 2.0;
+// Share of the tick above which streams are shed, down to kFilled.
+constexpr double kCrowded = 0.8;
 constexpr double kOverload = 1.25;
-// Share of the tick that the streams left after shedding may take.
-constexpr double kFilled = 0.9;
+constexpr double kOverloadSeconds = 60.0;
+// Share of the tick that held streams may take. The rest is reserve: a core may be slower for a while by half.
+constexpr double kFilled = 0.6;
 
-double read(clockid_t clock) {
+double now() {
   timespec time{};
-  clock_gettime(clock, &time);
+  clock_gettime(CLOCK_MONOTONIC, &time);
   return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
-
-double now() { return read(CLOCK_MONOTONIC); }
 
 void sleepUntil(double moment) {
   const auto seconds = static_cast<time_t>(moment / 1e9);
@@ -122,19 +127,76 @@ struct Mix {
   std::vector<Kind> kinds;  // in equal parts
 };
 
+// Usual work of the ticks by kind: the medians, of which the largest says whether a tick can be late at all.
+class UsualWork {
+ public:
+  void add(std::size_t tick, double work) { works_[tick % kKinds].push_back(work); }
+  double largest() {
+    double largest = 0.0;
+    for (auto& works : works_) {
+      const auto middle = works.begin() + static_cast<std::ptrdiff_t>(works.size() / 2);
+      std::nth_element(works.begin(), middle, works.end());
+      largest = std::max(largest, *middle);
+    }
+    return largest;
+  }
+
+ private:
+  std::array<std::vector<double>, kKinds> works_;
+};
+
+// What a run saw, in nanoseconds of the wall clock from a tick to its last stream's end.
+struct Outcome {
+  std::vector<double> times;
+  double usual = 0.0;
+  std::size_t shed = 0;
+  std::size_t lateWhileShedding = 0;
+  std::size_t lateAfterShedding = 0;
+
+  std::size_t late() const { return std::count_if(times.begin(), times.end(), isLate); }
+  // Sorts the times.
+  double quantile(double share) {
+    std::sort(times.begin(), times.end());
+    return times[static_cast<std::size_t>(share * static_cast<double>(times.size() - 1))];
+  }
+  static bool isLate(double time) { return time > kTick; }
+};
+
+// Calls `serve(tick)` every 10 ms, and `react(work, late)` after it, which says how many streams it took out.
+template <class Serve, class React>
+Outcome run(double seconds, Serve&& serve, React&& react) {
+  Outcome outcome;
+  const auto ticks = static_cast<std::size_t>(seconds * 1e9 / kTick);
+  outcome.times.reserve(ticks);
+  UsualWork usual;
+  bool settled = false;
+  const double start = now() + kTick;
+  for (std::size_t tick = 0; tick < ticks; ++tick) {
+    const double arrival = start + static_cast<double>(tick) * kTick;
+    if (now() < arrival) sleepUntil(arrival);
+    const double begin = now();
+    serve(tick);
+    const double end = now(), time = end - arrival, work = end - begin;
+    outcome.times.push_back(time);
+    usual.add(tick, work);
+    const bool late = Outcome::isLate(time);
+    if (late) ++(settled ? outcome.lateAfterShedding : outcome.lateWhileShedding);
+    outcome.shed += react(work, late);
+    settled = settled || !late;
+  }
+  outcome.usual = usual.largest();
+  return outcome;
+}
+
+Outcome run(double seconds, auto&& serve) {
+  return run(seconds, serve, [](double, bool) { return std::size_t{0}; });
+}
+
 class Server {
  public:
-  struct Outcome {
-    double worst = 0.0;  // ns of the core's time from a tick to its last stream's end
-    std::size_t late = 0;
-    std::size_t lateByTheWall = 0;
-    std::size_t ticks = 0;
-    std::size_t shed = 0;
-    std::size_t lateAfterShedding = 0;
-  };
-
   Server(const Mix& mix, std::size_t batchSize) : mix_(mix), batchSize_(batchSize) {
     batch_.reserve(batchSize);
+    members_.reserve(batchSize);
   }
 
   // Opens streams up to that number: those of a kind beside each other, in the middle of their hops.
@@ -152,53 +214,53 @@ class Server {
     passing_.assign(streams_.size(), false);
   }
 
-  // With `sheds`, as many streams as it takes to be in time again pass from then on.
-  Outcome run(double seconds, bool sheds) {
-    Outcome outcome;
-    const auto ticks = static_cast<std::size_t>(seconds * 1e9 / kTick);
-    const double start = now() + kTick;
-    double done = start;  // when the last tick would have ended on a core of one's own
-    bool settled = !sheds;
-    for (std::size_t tick = 0; tick < ticks; ++tick) {
-      const double arrival = start + static_cast<double>(tick) * kTick;
-      if (now() < arrival) sleepUntil(arrival);
-      const double begin = read(CLOCK_THREAD_CPUTIME_ID);
-      serve(tick);
-      const double used = read(CLOCK_THREAD_CPUTIME_ID) - begin;
-      done = std::max(done, arrival) + used;
-      const bool late = done - arrival > kTick;
-      ++outcome.ticks;
-      outcome.worst = std::max(outcome.worst, done - arrival);
-      outcome.late += late ? 1 : 0;
-      outcome.lateByTheWall += now() - arrival > kTick ? 1 : 0;
-      if (!sheds) continue;
-      if (settled && late) ++outcome.lateAfterShedding;
-      if (late && used > kTick * kFilled) {
-        outcome.shed += shed(1.0 - kTick * kFilled / used);
-      } else if (!late) {
-        settled = true;
-      }
-    }
-    return outcome;
+  Outcome steady(double seconds) {
+    return run(seconds, [this](std::size_t tick) { serve(tick); });
+  }
+
+  // As many streams as it takes to be in time again pass from then on. The second largest work of the last ticks
+  // says how many: one tick alone may have been interrupted.
+  Outcome shedding(double seconds) {
+    std::vector<double> recent;
+    recent.reserve(kKinds);
+    const auto react = [&](double work, bool late) -> std::size_t {
+      if (recent.size() == kKinds) recent.erase(recent.begin());
+      recent.push_back(work);
+      if (!late || recent.size() < kKinds) return 0;
+      auto sorted = recent;
+      std::nth_element(sorted.begin(), sorted.end() - 2, sorted.end());
+      const double usual = *(sorted.end() - 2);
+      if (usual <= kTick * kCrowded) return 0;
+      recent.clear();
+      return shed(1.0 - kTick * kFilled / usual);
+    };
+    return run(
+        seconds, [this](std::size_t tick) { serve(tick); }, react);
   }
 
  private:
+  // Batches are made of the streams that are still cleaned, so that they stay full.
   void serve(std::size_t tick) {
-    for (std::size_t first = 0; first < streams_.size(); first += batchSize_) {
-      const std::size_t end = std::min(first + batchSize_, streams_.size());
-      for (std::size_t i = first; i < end; ++i) {
-        Stream& stream = *streams_[i];
-        const auto frame = stream.receive(tick);
-        if (passing_[i]) {
-          std::copy(frame.begin(), frame.end(), stream.output().begin());
-        } else {
-          batch_.add(stream.cleaner(), frame, stream.output());
-        }
+    for (std::size_t i = 0; i < streams_.size(); ++i) {
+      Stream& stream = *streams_[i];
+      const auto frame = stream.receive(tick);
+      if (passing_[i]) {
+        std::copy(frame.begin(), frame.end(), stream.output().begin());
+        stream.send(stream.output());
+        continue;
       }
-      if (!batch_.empty()) batch_.process();
-      for (std::size_t i = first; i < end; ++i)
-        streams_[i]->send(streams_[i]->output());
+      batch_.add(stream.cleaner(), frame, stream.output());
+      members_.push_back(&stream);
+      if (members_.size() == batchSize_) process();
     }
+    process();
+  }
+
+  void process() {
+    if (!members_.empty()) batch_.process();
+    for (Stream* stream : members_)
+      stream->send(stream->output());
+    members_.clear();
   }
 
   // Every kind loses its share: spread evenly over the streams that are still cleaned.
@@ -220,17 +282,15 @@ class Server {
   std::size_t batchSize_;
   std::vector<std::unique_ptr<Stream>> streams_;
   std::vector<bool> passing_;
+  std::vector<Stream*> members_;  // of the batch
   orvel::CleanerBatch<float> batch_;
 };
 
-// The most streams of which none is late in a probe, to one in fifty.
-std::size_t search(Server& server) {
+// The most streams whose usual work takes that share of a tick, to one in fifty.
+std::size_t most(Server& server, double share) {
   const auto holds = [&](std::size_t count) {
     server.open(count);
-    // Again when it fails: other work on the machine empties the caches.
-    for (int attempt = 0; attempt < 3; ++attempt)
-      if (server.run(kProbeSeconds, false).late == 0) return true;
-    return false;
+    return server.steady(kProbeSeconds).usual <= share * kTick;
   };
   std::size_t good = 0, bad = 8;
   while (holds(bad)) {
@@ -244,40 +304,77 @@ std::size_t search(Server& server) {
   return good;
 }
 
-json measure(const Mix& mix, std::size_t batchSize, double seconds) {
+json described(Outcome& outcome) {
+  return {{"usual_ms", outcome.usual / 1e6},
+          {"p999_ms", outcome.quantile(0.999) / 1e6},
+          {"worst_ms", outcome.quantile(1.0) / 1e6},
+          {"late_ticks", outcome.late()},
+          {"ticks", outcome.times.size()}};
+}
+
+// A loop that takes as long as held streams may, on a core of its own.
+json measureFloor(double seconds) {
+  const auto loop = [](std::size_t steps) {
+    [[maybe_unused]] static volatile float sink;
+    float value = 0.5F;
+    for (std::size_t i = 0; i < steps; ++i)
+      value = std::sqrt(value + 1.7F);
+    sink = value;
+  };
+  const double begin = now();
+  constexpr std::size_t kSteps = 100'000'000;
+  loop(kSteps);
+  const auto steps = static_cast<std::size_t>(kSteps * kFilled * kTick / (now() - begin));
+  Outcome outcome = run(seconds, [&](std::size_t) { loop(steps); });
+  json result = described(outcome);
+  result["mix"] = "a loop of arithmetic";
+  return result;
+}
+
+// The streams of a mix in batches of one size: their row of the steady table and of the one on overload.
+std::pair<json, json> measure(const Mix& mix, std::size_t batchSize, double seconds) {
   Server server(mix, batchSize);
-  const std::size_t held = search(server);
+  const std::size_t held = most(server, kFilled);
+  std::cerr << mix.name << ", batches of " << batchSize << ": " << held << " streams for "
+            << seconds << " s\n";
+  const json names = {{"mix", mix.name}, {"batch", batchSize}, {"held", held}};
   server.open(held);
-  const Server::Outcome steady = server.run(seconds, false);
-  const auto offered = static_cast<std::size_t>(std::ceil(static_cast<double>(held) * kOverload));
+  Outcome steady = server.steady(seconds);
+  json usual = described(steady);
+  usual.update(names);
+  // More than a core can do, whatever the reserve.
+  const auto offered =
+      static_cast<std::size_t>(std::ceil(static_cast<double>(held) / kFilled * kOverload));
   server.open(offered);
-  const Server::Outcome over = server.run(std::min(seconds, 60.0), true);
-  return {{"mix", mix.name},
-          {"batch", batchSize},
-          {"held", held},
-          {"seconds", seconds},
-          {"worst_ms", steady.worst / 1e6},
-          {"late_ticks", steady.late},
-          {"late_by_the_wall", steady.lateByTheWall},
-          {"ticks", steady.ticks},
-          {"offered", offered},
-          {"shed", over.shed},
-          {"late_while_shedding", over.late - over.lateAfterShedding},
-          {"late_after_shedding", over.lateAfterShedding}};
+  const Outcome over = server.shedding(std::min(seconds, kOverloadSeconds));
+  json overload = {{"offered", offered},
+                   {"shed", over.shed},
+                   {"late_while_shedding", over.lateWhileShedding},
+                   {"late_after_shedding", over.lateAfterShedding}};
+  overload.update(names);
+  return {usual, overload};
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const double seconds = argumentsOr({600.0}, argc, argv, "orvel_server [SECONDS]")[0];
+  // Without the second, all mixes.
+  const auto arguments = argumentsOr({600.0, 0.0}, argc, argv, "orvel_server [SECONDS [MIX]]");
+  const double seconds = arguments[0];
   allModels();  // loads them
-  const Mix mixes[] = {
+  const std::vector<Mix> mixes = {
       {"16 kHz", {{"orvel-16k", 16000, false}}},
       {"48 kHz and G.711 at 8 kHz", {{"orvel-32k", 48000, false}, {"orvel-8k", 8000, true}}}};
-  json results = json::array();
-  for (const Mix& mix : mixes)
-    for (const std::size_t batch : kBatches)
-      results.push_back(measure(mix, batch, seconds));
+  json rows = json::array({measureFloor(seconds)}), overload = json::array();
+  for (std::size_t number = 1; number <= mixes.size(); ++number) {
+    if (arguments[1] != 0.0 && arguments[1] != static_cast<double>(number)) continue;
+    for (const std::size_t batch : kBatches) {
+      auto [usual, over] = measure(mixes[number - 1], batch, seconds);
+      rows.push_back(std::move(usual));
+      overload.push_back(std::move(over));
+    }
+  }
+  const json results = {{"seconds", seconds}, {"rows", rows}, {"overload", overload}};
   std::cout << results.dump(1) << '\n';
   return 0;
 }
