@@ -14,7 +14,16 @@ import numpy as np
 
 from training.corpus import active_rms
 from training.level import REFERENCE_AMPLITUDE, REFERENCE_ENERGY, SHORT_FRAMES
-from training.mixing import FADE_SECONDS, HARD_GOES_ON, MORE_MUSIC_ALONE, NOTHING_ASKED, UNSPOKEN, Batch
+from training.mixing import (
+    FADE_SECONDS,
+    HARD_GOES_ON,
+    MORE_MUSIC_ALONE,
+    NOTHING_ASKED,
+    ODDS,
+    UNSPOKEN,
+    Batch,
+    sequence_length,
+)
 from training.pools import Pool
 from training.synth import hard_signal, music
 
@@ -154,15 +163,15 @@ def _sequence(state: dict, cold: jax.Array, second: jax.Array, step: int) -> tup
 class DeviceMixer:
     """Mixes streams on the default device; gives the batches that StreamMixer gives, as arrays there.
 
-    ``odds`` holds the shares of StreamMixer by name. The pool is read once: a pool that goes on being renewed
+    ``odds`` takes the place of some of ODDS. The pool is read once: a pool that goes on being renewed
     is taken up by the next mixer.
     """
 
     def __init__(self, pool: Pool, streams: int, step: int, seed, **odds: float):
         self.streams, self.step, self.rate = streams, step, pool.rate
-        self.odds = {"cold": 0.4, "clean": 0.04, "alone": 0.06, "hard": 0.0, "pauses": 0.0, "music": 0.0} | odds
+        self.odds = ODDS | odds
+        self.sequence = sequence_length(pool.rate, step)
         self.slots = self._upload(pool, np.random.default_rng(seed))
-        self.sequence = self.slots["noise"].shape[1] // 2
         self.key = jax.random.key(np.random.SeedSequence(seed).generate_state(1)[0])
         quiet = {"noisy": (streams, 2 * self.sequence), "target": (streams, 2 * self.sequence)}
         state = {name: jnp.zeros(shape) for name, shape in quiet.items()}
@@ -176,7 +185,7 @@ class DeviceMixer:
 
     def _upload(self, pool: Pool, rng: np.random.Generator) -> dict:
         filled = np.flatnonzero(pool.speech_kind)
-        length = pool.noise.shape[1]
+        length = 2 * self.sequence
 
         def made(maker):
             return [maker(rng, length, pool.rate) for _ in range(MADE)]
@@ -186,12 +195,12 @@ class DeviceMixer:
 
         hard, steady = zip(*made(hard_signal))
         return {
-            "speech": jnp.asarray(pool.speech[filled]),
+            "speech": jnp.asarray(pool.speech[filled, :, :length]),
             "level": jnp.asarray(
                 [active_rms(pool.speech[slot, 1].astype(np.float32), pool.rate) for slot in filled], jnp.float32
             ),
             "wide": jnp.asarray(pool.speech_kind[filled] == 2, jnp.float32),
-            "noise": jnp.asarray(pool.noise[np.flatnonzero(pool.noise_kind)]),
+            "noise": jnp.asarray(pool.noise[np.flatnonzero(pool.noise_kind), :length]),
             "music": stacked([3000.0 * wave for wave in made(music)], 32000.0),
             "hard": stacked(hard, 32767.0),
             "steady": jnp.asarray(steady),

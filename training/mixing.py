@@ -23,6 +23,15 @@ NOTHING_ASKED = 1e9
 UNSPOKEN = 0.3
 # How much likelier music is in noise without speech.
 MORE_MUSIC_ALONE = 3.0
+# Shares of segments: "cold" begins a stream anew, "clean" has no noise, "alone" no speech, "hard" nothing but
+# signals that are hard on the state (`synth.hard_signal`), "pauses" no speech in its first or last seconds,
+# "music" generated music as its noise.
+ODDS = {"cold": 0.4, "clean": 0.04, "alone": 0.06, "hard": 0.0, "pauses": 0.0, "music": 0.0}
+
+
+def sequence_length(rate: int, step: int) -> int:
+    """Samples of one training sequence: half of a pool segment, in whole hops of ``step`` samples."""
+    return segment_length(rate) // 2 // step * step
 
 
 @dataclass
@@ -44,32 +53,14 @@ class Batch:
 
 
 class StreamMixer:
-    """Mixes ``streams`` endless streams and cuts them into sequences.
+    """Mixes ``streams`` endless streams and cuts them into sequences; ``odds`` takes the place of some of ODDS."""
 
-    Shares of segments: ``cold`` begins a stream anew, ``clean`` has no noise, ``alone`` no speech, ``hard``
-    nothing but signals that are hard on the state (``synth.hard_signal``), ``pauses`` no speech in its first or
-    last seconds, ``music`` generated music as its noise.
-    """
-
-    def __init__(
-        self,
-        pool: Pool,
-        streams: int,
-        step: int,
-        seed,
-        cold: float = 0.4,
-        clean: float = 0.04,
-        alone: float = 0.06,
-        hard: float = 0.0,
-        pauses: float = 0.0,
-        music: float = 0.0,
-    ):
+    def __init__(self, pool: Pool, streams: int, step: int, seed, **odds: float):
         self.pool, self.streams, self.step = pool, streams, step
-        self.cold_odds, self.clean_odds, self.alone_odds, self.hard_odds = cold, clean, alone, hard
-        self.pause_odds, self.music_odds = pauses, music
+        self.odds = ODDS | odds
         self.rng = np.random.default_rng(seed)
-        self.length = segment_length(pool.rate)
-        self.sequence = self.length // 2
+        self.sequence = sequence_length(pool.rate, step)
+        self.length = 2 * self.sequence
         self.tracker = RescaleTracker(streams, pool.rate, step)
         shape = (streams, self.length)
         self.noisy = np.zeros(shape, np.float32)
@@ -91,7 +82,7 @@ class StreamMixer:
             return music(self.rng, self.length, self.pool.rate).astype(np.float32)
         out = np.zeros(self.length, np.float32)
         for k in range(self.rng.choice(3, p=(0.6, 0.28, 0.12)) + 1):
-            part = self.pool.noise[self.pool.draw_noise(self.rng)]
+            part = self.pool.noise[self.pool.draw_noise(self.rng), : self.length]
             shift = int(self.rng.integers(self.length))
             gain = 1.0 if k == 0 else 10.0 ** (self.rng.uniform(-15.0, 3.0) / 20.0)
             out[: self.length - shift] += gain * part[shift:]
@@ -127,25 +118,25 @@ class StreamMixer:
 
     def _refill(self, stream: int) -> None:
         rng, rate = self.rng, self.pool.rate
-        self.hard[stream] = rng.random() < (HARD_GOES_ON if self.hard[stream] else self.hard_odds)
+        self.hard[stream] = rng.random() < (HARD_GOES_ON if self.hard[stream] else self.odds["hard"])
         if self.hard[stream]:
             self._refill_hard(stream)
             return
         slot = self.pool.draw_speech(self.rng)
-        source, target = self.pool.speech[slot].astype(np.float32)
+        source, target = self.pool.speech[slot, :, : self.length].astype(np.float32)
         self.wide[stream] = self.pool.speech_kind[slot] == 2
         speech_level = active_rms(target, rate)
-        if rng.random() < self.pause_odds:
+        if rng.random() < self.odds["pauses"]:
             self._mute(source, target)
         kind = rng.random()
-        if kind < self.alone_odds or speech_level < 1.0:
+        if kind < self.odds["alone"] or speech_level < 1.0:
             speech_level = 0.0
             source, target = np.zeros_like(source), np.zeros_like(target)
-            mix = self._noise(MORE_MUSIC_ALONE * self.music_odds)
-        elif kind < self.alone_odds + self.clean_odds:
+            mix = self._noise(MORE_MUSIC_ALONE * self.odds["music"])
+        elif kind < self.odds["alone"] + self.odds["clean"]:
             mix = source + rng.normal(0.0, rng.uniform(0.0, 0.5), self.length).astype(np.float32)
         else:
-            noise = self._noise(self.music_odds)
+            noise = self._noise(self.odds["music"])
             noise_level = np.sqrt(np.mean(np.square(noise))) + 1e-3
             mix = source + noise * (speech_level / noise_level * 10.0 ** (-self._ratio() / 20.0))
         own = speech_level if speech_level > 0.0 else np.sqrt(np.mean(np.square(mix))) * UNSPOKEN
@@ -190,7 +181,7 @@ class StreamMixer:
             driven = self.hard[stream]
             self._refill(stream)
             # What follows hard signals has to cope with the state that they left.
-            cold[stream] = self.rng.random() < self.cold_odds and not driven
+            cold[stream] = self.rng.random() < self.odds["cold"] and not driven
         self.tracker.reset(cold)
         self.tail_noisy[cold] = 0.0
         self.tail_target[cold] = 0.0
