@@ -1,3 +1,3 @@
 # Voice activity at 8 kHz
 WEIGHT orvel-vad.bin
-#SHA256 3fcbfa6aab07683afb2f64334e8b5d0f06281387a6c849b3c31f853a8872e620
+#SHA256 ddeec81e9a9ba30fb7f49f345e3863fcb642a97ec41d1f4edf642ca848fe905e

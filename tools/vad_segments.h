@@ -11,7 +11,7 @@ inline constexpr int kScoreMs = 10;
 
 /**
  * How scores become segments. Times in milliseconds. The defaults are those that tell speech best by
- * time on held-out minutes in changing noise; plain noise has scores up to about 0.45.
+ * time on held-out minutes in changing noise.
  */
 struct SegmentOptions {
   double threshold = 0.55;  ///< speech begins at a score of at least this

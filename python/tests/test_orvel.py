@@ -235,6 +235,17 @@ def test_scores_lie_in_time_with_their_audio():
     assert len(detector.scores(audio[:161])) == 2
 
 
+def test_plain_noise_and_silence_score_near_zero():
+    rate, random = 8000, np.random.default_rng(4)
+    slope = np.maximum(np.fft.rfftfreq(10 * rate, 1.0 / rate), 1.0)
+    for power in (0.0, 0.5, 1.0):  # white, pink, brown
+        noise = np.fft.irfft(np.fft.rfft(random.standard_normal(10 * rate)) / slope**power)
+        for level in (-50.0, -20.0):
+            scores = orvel.VoiceDetector(rate).scores(10.0 ** (level / 20.0) * noise / np.std(noise))[100:]
+            assert np.mean(scores) < 0.15 and np.mean(scores < 0.2) > 0.8
+    assert np.all(orvel.VoiceDetector(rate).scores(np.zeros(rate)) < 0.01)
+
+
 def test_the_default_model_fits_the_rate(wave):
     chosen = {rate: orvel.shipped.choose(None, rate, None, "cleaner")[1] for rate in (8000, 12000, 16000, 48000)}
     assert chosen == {8000: "orvel-8k", 12000: "orvel-8k", 16000: "orvel-16k", 48000: "orvel-32k"}
