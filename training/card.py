@@ -83,7 +83,9 @@ def card_text(config: dict, entries: dict, weights: Path, metrics: str, command:
     if detector:
         low, high = (float(v) for v in entries["Test_MINMAX"])
         best = float(np.ravel(entries["Test_BestF1"])[0])
-        lines.append(f"A score of 0.5 is the raw output {best:.2f} of the best F1 on validation streams; 0 is {low:.2f}, near")
+        lines.append(
+            f"A score of 0.5 is the raw output {best:.2f} of the best F1 on validation streams; 0 is {low:.2f}, near"
+        )
         lines += [f"what plain noise gives, and 1 is {high:.2f}, which 0.5 % exceed there.", ""]
     lines += ["## Limits", "", LIMITS["detect" if detector else "clean"], ""]
     if not detector and version != RECURRENT:

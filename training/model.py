@@ -9,6 +9,8 @@ import jax
 import numpy as np
 
 from training import InputError, chain
+from training.bandsplit import VERSION as BANDS
+from training.bandsplit import BandModel
 from training.configuration import load_config
 from training.detector import FRAME, DetectorModel
 from training.feedforward import TRAITS, FeedForwardModel
@@ -16,7 +18,12 @@ from training.level import HOP, REFERENCE, RescaleTracker, frame_energies, level
 from training.recurrent import RecurrentModel
 from training.weights_file import read_control, read_weights
 
-MODELS = {"0.0.5": RecurrentModel, "VAD_0.0.1": DetectorModel, **dict.fromkeys(TRAITS, FeedForwardModel)}
+MODELS = {
+    "0.0.5": RecurrentModel,
+    "VAD_0.0.1": DetectorModel,
+    BANDS: BandModel,
+    **dict.fromkeys(TRAITS, FeedForwardModel),
+}
 
 
 def make_model(config: dict):

@@ -32,7 +32,10 @@ SegmentOptions options(int speech, int silence, int padding) {
 }
 
 const Case kCases[] = {
-    {"defaults end in noise that scores just below them", {{50, 0.44}, {60, 0.7}, {50, 0.44}}, {}, {{0.48, 1.12, 0.7}}},
+    {"defaults end in noise that scores just below them",
+     {{50, 0.44}, {60, 0.7}, {50, 0.44}},
+     {},
+     {{0.48, 1.12, 0.7}}},
     {"no audio", {}, {}, {}},
     {"short speech is dropped", {{20, 0.1}, {14, 0.9}, {30, 0.1}}, {}, {}},
     {"exactly the minimum stays", {{20, 0.1}, {15, 0.9}, {30, 0.1}}, {}, {{0.18, 0.37, 0.9}}},
