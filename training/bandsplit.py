@@ -15,7 +15,7 @@ import jax.numpy as jnp
 import numpy as np
 
 from training import chain, losses
-from training.configuration import MIXES
+from training.configuration import mixes
 from training.mixing import Batch, StreamMixer
 from training.network import product
 from training.pools import Pool
@@ -67,8 +67,7 @@ class BandModel:
 
     def mixer(self, pool: Pool, streams: int, seed, kind: type = StreamMixer) -> StreamMixer:
         """Endless streams out of ``pool``."""
-        odds = {k: v for k, v in self.config["training"].items() if k in MIXES}
-        return kind(pool, streams, self.step, seed, **odds)
+        return kind(pool, streams, self.step, seed, **mixes(self.config))
 
     def init(self, rng: np.random.Generator) -> dict:
         """Random parameters."""
@@ -176,8 +175,8 @@ class BandModel:
         return losses.sequence_output_loss(out, batch, self.shape, stage), carry
 
     def arrays(self, batch: Batch) -> dict:
-        """The parts of a batch that ``loss`` takes."""
-        return {name: getattr(batch, name) for name in ("noisy", "target", "gain", "norm", "wide", "cold", "voiced")}
+        """The parts of a batch, all of which ``loss`` takes."""
+        return vars(batch)
 
     def entries(self, params: dict, stats: dict) -> dict:
         """Records of the weight file."""

@@ -64,6 +64,11 @@ def load_config(path: str | Path) -> dict:
     return config
 
 
+def mixes(config: dict) -> dict:
+    """The shares of segments that a configuration sets, for StreamMixer."""
+    return {name: value for name, value in config["training"].items() if name in MIXES}
+
+
 def check(config: dict) -> None:
     """Raises InputError that names the section and the key that is wrong, unknown or missing."""
     _check_keys("the file", config, {"model": dict, "training": dict, "stage": list}, {"keys": dict})

@@ -187,9 +187,8 @@ class FeedForwardModel:
         return total + losses.sequence_output_loss(out, batch, self.shape, stage), carry
 
     def arrays(self, batch: Batch) -> dict:
-        """The parts of a batch that ``loss`` takes."""
-        names = ("noisy", "target", "gain", "norm", "wide", "cold", "voiced")
-        return {name: getattr(batch, name) for name in names}
+        """The parts of a batch, all of which ``loss`` takes."""
+        return vars(batch)
 
     def entries(self, params: dict, stats: dict) -> dict:
         """Records of the weight file. Every list holds one entry per layer; the unused ones are zero."""

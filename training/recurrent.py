@@ -8,7 +8,7 @@ import numpy as np
 
 from training import chain, losses
 from training.adapt import adapt, widen
-from training.configuration import MIXES
+from training.configuration import mixes
 from training.mixing import Batch, StreamMixer
 from training.network import init_recurrent, recurrent_entries, recurrent_params, run_recurrent
 from training.pools import Pool
@@ -52,8 +52,7 @@ class RecurrentModel:
 
     def mixer(self, pool: Pool, streams: int, seed, kind: type = StreamMixer) -> StreamMixer:
         """Endless streams out of ``pool``; ``kind`` may be DeviceMixer."""
-        odds = {k: v for k, v in self.config["training"].items() if k in MIXES}
-        return kind(pool, streams, self.step, seed, **odds)
+        return kind(pool, streams, self.step, seed, **mixes(self.config))
 
     def init(self, rng: np.random.Generator) -> dict:
         """Random parameters."""
@@ -118,9 +117,8 @@ class RecurrentModel:
         return total + losses.sequence_output_loss(out, batch, self.shape, stage), carry
 
     def arrays(self, batch: Batch) -> dict:
-        """The parts of a batch that ``loss`` takes."""
-        names = ("noisy", "target", "gain", "norm", "wide", "cold", "voiced")
-        return {name: getattr(batch, name) for name in names}
+        """The parts of a batch, all of which ``loss`` takes."""
+        return vars(batch)
 
     def entries(self, params: dict, stats: dict) -> dict:
         """Records of the weight file."""
