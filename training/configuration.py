@@ -19,8 +19,9 @@ BY_VERSION = {
     "0.0.3": FRAMES,
     "0.0.4": {**FRAMES, "compression_rate": int},
     "0.0.5": {**FRAMES, "compression_rate": int},
-    # A study without a cleaner in the library (bandsplit.py).
+    # Studies without a cleaner in the library (bandsplit.py, gru.py).
     "study-bands": {"step": int, "bands": int},
+    "study-gru": {**FRAMES, "compression_rate": int},
     "VAD_0.0.1": {"label_delay": int},
 }
 TRAINING_REQUIRED = {"seed": int, "streams": int, "slots": int, "checkpoint_every": int}
@@ -29,7 +30,7 @@ TRAINING_REQUIRED = {"seed": int, "streams": int, "slots": int, "checkpoint_ever
 TRAINING_OPTIONAL = {"plain": float, "room_fade": list, "short_products": bool, "init_from": str}
 # Shares of segments, as StreamMixer has them.
 MIXES = ("clean", "alone", "hard", "pauses", "music")
-TRAINING_BY_VERSION = dict.fromkeys(("0.0.5", "study-bands"), dict.fromkeys(MIXES, float))
+TRAINING_BY_VERSION = dict.fromkeys(("0.0.5", "study-bands", "study-gru"), dict.fromkeys(MIXES, float))
 # quality, opinion: weights of the two estimates in the loss. The opinion is that of the first
 # opinion_streams streams, in every opinion_every-th update. lines, residual: weights of steady lines and
 # of noise that is left.

@@ -14,6 +14,8 @@ from training.bandsplit import BandModel
 from training.configuration import load_config
 from training.detector import FRAME, DetectorModel
 from training.feedforward import TRAITS, FeedForwardModel
+from training.gru import VERSION as GRU
+from training.gru import GruModel
 from training.level import HOP, REFERENCE, RescaleTracker, frame_energies, levelled
 from training.recurrent import RecurrentModel
 from training.weights_file import read_control, read_weights
@@ -22,6 +24,7 @@ MODELS = {
     "0.0.5": RecurrentModel,
     "VAD_0.0.1": DetectorModel,
     BANDS: BandModel,
+    GRU: GruModel,
     **dict.fromkeys(TRAITS, FeedForwardModel),
 }
 

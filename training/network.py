@@ -92,6 +92,17 @@ def layer_count(params: dict) -> int:
 GRADIENT_BOUND = 5.0
 
 
+def bounded_step(d_y: jax.Array):
+    """What keeps the gradient of every stream's state within ``GRADIENT_BOUND``; ``d_y`` enters from above."""
+    top = GRADIENT_BOUND * jnp.max(jnp.linalg.norm(d_y, axis=2, keepdims=True), axis=0)
+
+    def bounded(d_state):
+        size = jnp.linalg.norm(d_state, axis=1, keepdims=True)
+        return d_state * jnp.minimum(1.0, top / (size + 1e-20))
+
+    return bounded
+
+
 @jax.custom_vjp
 def gated_loop(ready: jax.Array, loop: jax.Array, state: jax.Array):
     """The state loop of the first layer: its values per hop, the final state, and the gates before the sigmoid.
@@ -120,8 +131,7 @@ def _loop_forward(ready, loop, state):
 def _loop_backward(saved, grads):
     y, gate, on, before, loop = saved
     d_y, d_last, d_gate = grads
-    back = loop.T
-    top = GRADIENT_BOUND * jnp.max(jnp.linalg.norm(d_y, axis=2, keepdims=True), axis=0)
+    back, bounded = loop.T, bounded_step(d_y)
 
     def hop(d_state, at):
         d_y, d_gate, y, gate, on, before = at
@@ -130,8 +140,7 @@ def _loop_backward(saved, grads):
         d_gate = d_gate + d_state * (y - before) * z * (1.0 - z)
         d_v = jnp.concatenate([jnp.where(on, d_y, 0.0), d_y, d_gate], axis=1)
         d_state = d_state * (1.0 - z) + product(d_v, back)
-        size = jnp.linalg.norm(d_state, axis=1, keepdims=True)
-        return d_state * jnp.minimum(1.0, top / (size + 1e-20)), d_v
+        return bounded(d_state), d_v
 
     d_start, d_ready = jax.lax.scan(hop, d_last, (d_y, d_gate, y, gate, on, before), reverse=True)
     hidden = before.shape[2]
@@ -151,11 +160,15 @@ def run_recurrent(params: dict, inputs: jax.Array, state: jax.Array):
     from_input = from_input + jnp.concatenate([params["a"], params["b"], params["g"]])
     loop = jnp.concatenate([params["Ah"], params["Bh"], params["Gh"]], axis=1)
     first, state, gate = gated_loop(from_input, loop, state)
-    y = first
+    return upper_layers(params, first), state, first, gate
+
+
+def upper_layers(params: dict, y: jax.Array) -> jax.Array:
+    """Values of the last layer before any sigmoid from those of the first."""
     for layer in range(1, layer_count(params) - 1):
         a = product(y, params[f"A{layer}"]) + params[f"a{layer}"]
         y = product(y, params[f"B{layer}"]) + params[f"b{layer}"] + jax.nn.relu(a)
-    return product(y, params["O"]) + params["o"], state, first, gate
+    return product(y, params["O"]) + params["o"]
 
 
 def recurrent_entries(params: dict, linear_output: bool = False) -> dict:

@@ -44,11 +44,15 @@ class RecurrentModel:
     def described(entries: dict) -> dict:
         """The configuration's section on the model, out of a weight file's records."""
         return {
-            **chain.described_frames(entries),
-            "compression_rate": entries.get("CompressionRate", 2),
+            **RecurrentModel.described_input(entries),
             "hidden": entries["BaesNonLinear"][0].shape[0],
             "layers": len(entries["WeightNonLinear"]),
         }
+
+    @staticmethod
+    def described_input(entries: dict) -> dict:
+        """The part of ``described`` that does not depend on the network."""
+        return {**chain.described_frames(entries), "compression_rate": entries.get("CompressionRate", 2)}
 
     def mixer(self, pool: Pool, streams: int, seed, kind: type = StreamMixer) -> StreamMixer:
         """Endless streams out of ``pool``; ``kind`` may be DeviceMixer."""
@@ -82,6 +86,10 @@ class RecurrentModel:
         past = jnp.broadcast_to(-stats["MU"] / stats["SD"], (streams, self.shape.preview - 1, self.shape.bands))
         return {"state": jnp.zeros((streams, self.hidden), jnp.float32), "past": past}
 
+    def run(self, params: dict, inputs: jax.Array, state: jax.Array):
+        """The network over one sequence: see ``run_recurrent``."""
+        return run_recurrent(params, inputs, state)
+
     def clean(self, params: dict, stats: dict, wave: jax.Array, gain: jax.Array, carry: dict):
         """One sequence through the chain.
 
@@ -92,7 +100,7 @@ class RecurrentModel:
         spectrum = chain.spectra(wave, self.step, self.window)
         f = (chain.features(spectrum, gain, shape) - stats["MU"]) / stats["SD"]
         inputs, past = chain.with_history(f, carry["past"], shape.preview)
-        logits, state, first, gate = run_recurrent(params, inputs.transpose(1, 0, 2), carry["state"])
+        logits, state, first, gate = self.run(params, inputs.transpose(1, 0, 2), carry["state"])
         logits = logits.transpose(1, 0, 2)
         mask = chain.expand(jax.nn.sigmoid(logits), shape)
         gains = chain.soft_square(mask) if self.soft else jnp.square(mask)
@@ -122,10 +130,14 @@ class RecurrentModel:
 
     def entries(self, params: dict, stats: dict) -> dict:
         """Records of the weight file."""
-        shape = self.shape
         params = {name: np.asarray(value) for name, value in params.items()}
+        return self.input_entries(VERSION, stats) | recurrent_entries(params)
+
+    def input_entries(self, version: str, stats: dict) -> dict:
+        """The records that do not depend on the network."""
+        shape = self.shape
         return {
-            "Version": VERSION,
+            "Version": version,
             "SampleRate": shape.sample_rate,
             "FrameLength": shape.frame,
             "Step": shape.step,
@@ -136,7 +148,6 @@ class RecurrentModel:
             "CompressionRate": shape.rate,
             "MU": np.tile(np.asarray(stats["MU"]), shape.preview),
             "SD": np.tile(np.asarray(stats["SD"]), shape.preview),
-            **recurrent_entries(params),
         }
 
     def from_entries(self, entries: dict) -> tuple[dict, dict | None]:

@@ -161,12 +161,12 @@ def tones(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
 def music(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
     """A beat of chords that are struck or held, a bass below and a shaker above, in one key."""
     scale = np.array([0, 2, 4, 5, 7, 9, 11]) if rng.random() < 0.6 else np.array([0, 2, 3, 5, 7, 8, 10])
-    root, beat = rng.uniform(40.0, 62.0), rng.uniform(0.25, 0.8) * rate
+    root, beat = rng.uniform(40.0, 62.0), np.exp(rng.uniform(np.log(0.25), np.log(1.6))) * rate
     held, brightness = rng.uniform(0.1, 2.5), rng.uniform(0.6, 2.0)
     shaker, bass = rng.uniform(0.0, 0.3), rng.uniform(0.0, 1.0)
     out = np.zeros(count)
     for number, start in enumerate(np.arange(rng.uniform(0.0, beat), count - 8, beat).astype(int)):
-        time = np.arange(min(int(3.0 * beat), count - start)) / rate
+        time = np.arange(min(int(min(3.0 * beat, beat + rate)), count - start)) / rate
         fade = np.minimum(time * 200.0, 1.0) * np.exp(-time / held) * np.minimum((time[-1] - time) * 50.0, 1.0)
         degree = rng.integers(7)
         notes = [root + 12.0 * (k > 6) + scale[k % 7] for k in degree + 2 * np.arange(rng.integers(1, 4))]
