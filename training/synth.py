@@ -163,11 +163,13 @@ def music(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
     scale = np.array([0, 2, 4, 5, 7, 9, 11]) if rng.random() < 0.6 else np.array([0, 2, 3, 5, 7, 8, 10])
     root, beat = rng.uniform(40.0, 62.0), np.exp(rng.uniform(np.log(0.25), np.log(1.6))) * rate
     held, brightness = rng.uniform(0.1, 2.5), rng.uniform(0.6, 2.0)
+    # Of strings the higher harmonics die away sooner, of pipes all together.
+    damping = rng.uniform(0.0, 1.2)
     shaker, bass = rng.uniform(0.0, 0.3), rng.uniform(0.0, 1.0)
     out = np.zeros(count)
     for number, start in enumerate(np.arange(rng.uniform(0.0, beat), count - 8, beat).astype(int)):
         time = np.arange(min(int(min(3.0 * beat, beat + rate)), count - start)) / rate
-        fade = np.minimum(time * 200.0, 1.0) * np.exp(-time / held) * np.minimum((time[-1] - time) * 50.0, 1.0)
+        fade = np.minimum(time * 200.0, 1.0) * np.minimum((time[-1] - time) * 50.0, 1.0)
         degree = rng.integers(7)
         notes = [root + 12.0 * (k > 6) + scale[k % 7] for k in degree + 2 * np.arange(rng.integers(1, 4))]
         if number % 2 == 0 and bass > 0.3:
@@ -175,7 +177,8 @@ def music(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
         for note in notes:
             hertz = 440.0 * 2.0 ** ((note - 57.0) / 12.0)
             for k in range(1, int(min(10, 0.45 * rate / hertz)) + 1):
-                out[start : start + len(time)] += fade * np.sin(2 * np.pi * hertz * k * time) * k**-brightness
+                tone = np.sin(2 * np.pi * hertz * k * time) * np.exp(-time / held * k**damping)
+                out[start : start + len(time)] += fade * tone * k**-brightness
         out[start : start + len(time)] += shaker * rng.normal(size=len(time)) * np.exp(-time * 40.0)
     return out + 1e-3 * rng.normal(size=count)
 
