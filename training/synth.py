@@ -165,7 +165,7 @@ def music(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
     held, brightness = rng.uniform(0.1, 2.5), rng.uniform(0.6, 2.0)
     # Of strings the higher harmonics die away sooner, of pipes all together.
     damping = rng.uniform(0.0, 1.2)
-    shaker, bass = rng.uniform(0.0, 0.3), rng.uniform(0.0, 1.0)
+    shaker, bass = max(0.0, rng.uniform(-0.3, 0.3)), rng.uniform(0.0, 1.0)  # half of it has no shaker
     out = np.zeros(count)
     for number, start in enumerate(np.arange(rng.uniform(0.0, beat), count - 8, beat).astype(int)):
         time = np.arange(min(int(min(3.0 * beat, beat + rate)), count - start)) / rate
