@@ -73,8 +73,8 @@ def signals(rate: int, seconds: int = SECONDS) -> dict[str, np.ndarray]:
     noise = rng.standard_normal(count).astype(np.float32)
     clicks = np.zeros(count, np.float32)
     clicks[:: rate // 7] = 1.0
-    # Each second another tone, from 100 Hz up to nearly half the rate.
-    steps = np.geomspace(100.0, 0.48 * rate, seconds)
+    # Each second another tone, from 100 Hz up to nearly half the rate in ten, over and over.
+    steps = np.resize(np.geomspace(100.0, 0.48 * rate, 10), seconds)
     phase = 2.0 * np.pi * np.cumsum(np.repeat(steps, rate)) / rate
     return {
         "silence": np.zeros(count, np.float32),

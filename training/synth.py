@@ -163,8 +163,8 @@ def music(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
     scale = np.array([0, 2, 4, 5, 7, 9, 11]) if rng.random() < 0.6 else np.array([0, 2, 3, 5, 7, 8, 10])
     root, beat = rng.uniform(40.0, 62.0), np.exp(rng.uniform(np.log(0.25), np.log(1.6))) * rate
     held, brightness = rng.uniform(0.1, 2.5), rng.uniform(0.6, 2.0)
-    # Of strings the higher harmonics die away sooner, of pipes all together.
-    damping = rng.uniform(0.0, 1.2)
+    # Of strings the higher harmonics die away sooner, of pipes all together; beeps have one.
+    damping, harmonics = rng.uniform(0.0, 1.2), rng.integers(1, 12)
     shaker, bass = max(0.0, rng.uniform(-0.3, 0.3)), rng.uniform(0.0, 1.0)  # half of it has no shaker
     out = np.zeros(count)
     for number, start in enumerate(np.arange(rng.uniform(0.0, beat), count - 8, beat).astype(int)):
@@ -176,7 +176,7 @@ def music(rng: np.random.Generator, count: int, rate: int) -> np.ndarray:
             notes.append(root - 12.0 + scale[degree])
         for note in notes:
             hertz = 440.0 * 2.0 ** ((note - 57.0) / 12.0)
-            for k in range(1, int(min(10, 0.45 * rate / hertz)) + 1):
+            for k in range(1, int(min(harmonics, 0.45 * rate / hertz)) + 1):
                 tone = np.sin(2 * np.pi * hertz * k * time) * np.exp(-time / held * k**damping)
                 out[start : start + len(time)] += fade * tone * k**-brightness
         out[start : start + len(time)] += shaker * rng.normal(size=len(time)) * np.exp(-time * 40.0)
