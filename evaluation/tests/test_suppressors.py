@@ -12,16 +12,17 @@ from training.measures import lag_of, level_db
 MODEL = "orvel-16k-tiny"
 
 
-@pytest.mark.parametrize("length", [16000, 15993, 100])
+@pytest.mark.parametrize("length", [48000, 47993, 100])
 def test_cleaned_file_keeps_length_and_time(library, length):
-    wave = vowels(16000, 1.0)[:length].astype(np.float32)
+    wave = vowels(16000)[:length].astype(np.float32)
     system = Orvel(library, MODEL)
     out = system.clean_file(wave, 16000)
     assert len(out) == length and system.rate == 16000
     assert np.array_equal(out, system.clean_file(wave, 16000))  # each from a fresh stream
     if length > 1600:
         assert lag_of(out, wave, 1600) <= 1
-        assert level_db(out) == pytest.approx(level_db(wave), abs=6.0)
+        heard = slice(16000, None)  # a made-up voice may pass for music until then
+        assert level_db(out[heard]) == pytest.approx(level_db(wave[heard]), abs=3.0)
 
 
 def test_models_are_chosen_by_what_they_are_not_by_their_names():
